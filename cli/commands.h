@@ -1,0 +1,11 @@
+// The subcommands of `zorvex`.
+#pragma once
+
+namespace zorvex::cli {
+
+int renderCommand(int argc, char** argv);
+
+// The text of `zorvex help`.
+extern const char* const kUsage;
+
+}  // namespace zorvex::cli

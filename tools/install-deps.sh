@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build, the tests and the benchmarks need, and only those that are
+# missing, so that a second run costs nothing.
+set -euo pipefail
+packages=(
+  cmake make g++ pkg-config googletest libgtest-dev libbenchmark-dev
+  emscripten nodejs
+  libpng-dev libjpeg62-turbo-dev libexif-dev libpixman-1-dev
+  libplist-utils
+)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+echo "Installing missing packages: ${missing[*]}"
+if [ "$(id -u)" -ne 0 ]; then
+  if command -v sudo >/dev/null; then SUDO=sudo; else
+    echo "error: these packages are missing and this is not root: ${missing[*]}" >&2; exit 1; fi
+else SUDO=; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
