@@ -7,6 +7,7 @@ packages=(
   emscripten nodejs
   libpng-dev libjpeg62-turbo-dev libexif-dev libpixman-1-dev
   libplist-utils
+  clang libclang-rt-14-dev libturbojpeg0-dev
 )
 missing=()
 for p in "${packages[@]}"; do
