@@ -563,44 +563,26 @@ class Decoder {
   }
 
   // Each sample twice; the source has at least (width + 1) / 2 samples.
-  static void upsampleTwice(const uint8_t* src, uint8_t* dst, int width) {
-    typedef uint8_t u8x4 __attribute__((vector_size(4)));
-    int x = 0;
-    for (; x + 8 <= width; x += 8) {
-      u8x4 s;
-      std::memcpy(&s, src + x / 2, 4);
-      const u8x8 d = __builtin_shufflevector(s, s, 0, 0, 1, 1, 2, 2, 3, 3);
-      std::memcpy(dst + x, &d, 8);
+  static void upsampleTwice(const uint8_t* __restrict src, uint8_t* __restrict dst, int width) {
+    const int pairs = width / 2;
+    for (int i = 0; i < pairs; ++i) {
+      dst[2 * i] = src[i];
+      dst[2 * i + 1] = src[i];
     }
-    for (; x < width; ++x) dst[x] = src[x >> 1];
+    if (width & 1) dst[width - 1] = src[pairs];
   }
 
-  // YCbCr to RGB in 16-bit fixed point with the coefficients of JFIF, eight pixels at a time.
-  static void convertRow(const uint8_t* Y, const uint8_t* Cb, const uint8_t* Cr, uint8_t* out, int width) {
-    int x = 0;
-    const i32x8 zero{}, top = zero + 255;
-    for (; x + 8 <= width; x += 8) {
-      u8x8 yb, cbb, crb;
-      std::memcpy(&yb, Y + x, 8);
-      std::memcpy(&cbb, Cb + x, 8);
-      std::memcpy(&crb, Cr + x, 8);
-      const i32x8 y = __builtin_convertvector(yb, i32x8);
-      const i32x8 cb = __builtin_convertvector(cbb, i32x8) - 128, cr = __builtin_convertvector(crb, i32x8) - 128;
-      i32x8 r = y + ((91881 * cr + 32768) >> 16);
-      i32x8 g = y - ((22554 * cb + 46802 * cr - 32768) >> 16);
-      i32x8 b = y + ((116130 * cb + 32768) >> 16);
-      r = r < zero ? zero : r > top ? top : r;
-      g = g < zero ? zero : g > top ? top : g;
-      b = b < zero ? zero : b > top ? top : b;
-      const i32x8 px = r | (g << 8) | (b << 16) | int32_t(0xFF000000u);
-      std::memcpy(out + 4 * x, &px, 32);
-    }
-    for (; x < width; ++x) {
+  // YCbCr to RGB in 16-bit fixed point with the coefficients of JFIF. Written plainly, so that the
+  // compiler vectorises it.
+  static void convertRow(const uint8_t* __restrict Y, const uint8_t* __restrict Cb, const uint8_t* __restrict Cr,
+                         uint8_t* __restrict out, int width) {
+    for (int x = 0; x < width; ++x) {
       const int y = Y[x], cb = Cb[x] - 128, cr = Cr[x] - 128;
-      out[4 * x] = uint8_t(std::clamp(y + ((91881 * cr + 32768) >> 16), 0, 255));
-      out[4 * x + 1] = uint8_t(std::clamp(y - ((22554 * cb + 46802 * cr - 32768) >> 16), 0, 255));
-      out[4 * x + 2] = uint8_t(std::clamp(y + ((116130 * cb + 32768) >> 16), 0, 255));
-      out[4 * x + 3] = 255;
+      const int r = std::min(std::max(y + ((91881 * cr + 32768) >> 16), 0), 255);
+      const int g = std::min(std::max(y - ((22554 * cb + 46802 * cr - 32768) >> 16), 0), 255);
+      const int b = std::min(std::max(y + ((116130 * cb + 32768) >> 16), 0), 255);
+      const uint32_t px = uint32_t(r) | uint32_t(g) << 8 | uint32_t(b) << 16 | 0xFF000000u;
+      std::memcpy(out + 4 * x, &px, 4);
     }
   }
 

@@ -39,60 +39,60 @@ HuffmanCodes makeCodes(const HuffmanSpec& spec) {
   return h;
 }
 
-// Bits into bytes, most significant first, with a 0x00 stuffed after every 0xFF.
-class BitWriter {
- public:
-  explicit BitWriter(std::vector<uint8_t>& out) : out_(out), pos_(out.size()) {}
+// Bits into bytes, most significant first, with a 0x00 stuffed after every 0xFF. The writer is a
+// plain value that a block copies into locals, so that its state stays in registers while bytes are
+// stored; the buffer is made large enough before each MCU instead of at each byte.
+struct BitWriter {
+  uint64_t acc = 0;  // the low `count` bits are pending
+  int count = 0;
+  uint8_t* p = nullptr;
 
   // Appends the low `n` bits of `bits`; n is at most 32.
   void put(uint32_t bits, int n) {
-    acc_ = (acc_ << n) | bits;
-    n_ += n;
-    if (n_ >= 32) emit32();
-  }
-
-  // Pads the last byte with one bits and trims the buffer to what was written.
-  void finish() {
-    const int pad = (8 - (n_ & 7)) & 7;
-    put((1u << pad) - 1, pad);
-    reserve(8);
-    while (n_ >= 8) {
-      n_ -= 8;
-      emitByte(uint8_t(acc_ >> n_));
-    }
-    out_.resize(pos_);
-  }
-
- private:
-  void reserve(size_t n) {
-    if (pos_ + n > out_.size()) out_.resize(std::max(out_.size() * 2, pos_ + n + 4096));
+    acc = (acc << n) | bits;
+    count += n;
+    if (count >= 32) emit32();
   }
   void emitByte(uint8_t b) {
-    out_[pos_++] = b;
-    if (b == 0xFF) out_[pos_++] = 0;
+    *p++ = b;
+    if (b == 0xFF) *p++ = 0;
   }
   void emit32() {
-    n_ -= 32;
-    const uint32_t w = uint32_t(acc_ >> n_);
-    reserve(8);
+    count -= 32;
+    const uint32_t w = uint32_t(acc >> count);
     // A byte of w is 0xFF when the same byte of ~w is zero.
     const uint32_t inv = ~w;
     if (((inv - 0x01010101u) & ~inv & 0x80808080u) == 0) {
-      out_[pos_] = uint8_t(w >> 24);
-      out_[pos_ + 1] = uint8_t(w >> 16);
-      out_[pos_ + 2] = uint8_t(w >> 8);
-      out_[pos_ + 3] = uint8_t(w);
-      pos_ += 4;
+      p[0] = uint8_t(w >> 24);
+      p[1] = uint8_t(w >> 16);
+      p[2] = uint8_t(w >> 8);
+      p[3] = uint8_t(w);
+      p += 4;
     } else {
       for (int s = 24; s >= 0; s -= 8) emitByte(uint8_t(w >> s));
     }
   }
-
-  std::vector<uint8_t>& out_;
-  size_t pos_;
-  uint64_t acc_ = 0;
-  int n_ = 0;
+  // Pads the last byte with one bits and writes what is pending (at most 8 bytes with stuffing).
+  void flush() {
+    const int pad = (8 - (count & 7)) & 7;
+    put((1u << pad) - 1, pad);
+    while (count >= 8) {
+      count -= 8;
+      emitByte(uint8_t(acc >> count));
+    }
+  }
 };
+
+// The most one MCU of 6 blocks can take: 64 codes of at most 32 bits a block, every byte stuffed.
+constexpr size_t kMaxMCUBytes = 6 * 64 * 4 * 2;
+
+// Makes room for `n` more bytes behind the writer's position in `out`.
+void reserve(std::vector<uint8_t>& out, BitWriter& w, size_t n) {
+  const size_t used = size_t(w.p - out.data());
+  if (out.size() - used >= n) return;
+  out.resize(std::max(out.size() * 2, used + n + 65536));
+  w.p = out.data() + used;
+}
 
 // What a component needs to be coded: the divisors in transposed order (quantiser times the AAN
 // factors times 8, inverted) and its tables.
@@ -121,7 +121,8 @@ constexpr std::array<uint8_t, 64> kZigzagTransposed = [] {
 inline int category(int v) { return v == 0 ? 0 : 32 - std::countl_zero(uint32_t(v < 0 ? -v : v)); }
 inline uint32_t magnitudeBits(int v, int size) { return uint32_t(v < 0 ? v - 1 : v) & ((1u << size) - 1); }
 
-void encodeBlock(f32x8 (&rows)[8], ComponentCoder& cc, BitWriter& out) {
+void encodeBlock(f32x8 (&rows)[8], ComponentCoder& cc, BitWriter& writer) {
+  BitWriter out = writer;
   forwardDCT(rows);
   // Quantise: round to nearest (halves up), and keep AC values within the 10 bits that the standard
   // tables can code.
@@ -136,11 +137,19 @@ void encodeBlock(f32x8 (&rows)[8], ComponentCoder& cc, BitWriter& out) {
     const i32x8 iv = __builtin_convertvector(v + 16384.5f, i32x8) - 16384;
     std::memcpy(q + u * 8, &iv, sizeof iv);
   }
-  int zz[64];
+  int32_t zz[64];
+  for (int k = 0; k < 64; ++k) zz[k] = q[kZigzagTransposed[size_t(k)]];
+  // A bit per zigzag position, set for the non-zero ones: bytes of 0 or 1 first (a loop the compiler
+  // vectorises), then each 8 of them packed into a byte by one multiplication, which gathers byte i
+  // of the word into bit 56 + i without carries.
+  uint8_t flags[64];
+  for (int k = 0; k < 64; ++k) flags[k] = zz[k] != 0;
   uint64_t nonzero = 0;
-  for (int k = 0; k < 64; ++k) {
-    zz[k] = q[kZigzagTransposed[size_t(k)]];
-    nonzero |= uint64_t(zz[k] != 0) << k;
+  for (int w = 0; w < 8; ++w) {
+    uint64_t word;
+    std::memcpy(&word, flags + 8 * w, 8);
+    if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+    nonzero |= ((word * 0x0102040810204080ull) >> 56) << (8 * w);
   }
 
   const int diff = zz[0] - cc.lastDC;
@@ -163,6 +172,7 @@ void encodeBlock(f32x8 (&rows)[8], ComponentCoder& cc, BitWriter& out) {
     last = k;
   }
   if (last != 63) out.put(ac.code[0], ac.size[0]);
+  writer = out;
 }
 
 void putMarker(std::vector<uint8_t>& out, uint8_t marker, int length) {
@@ -237,7 +247,7 @@ void chromaRow(const uint8_t* s0, const uint8_t* s1, int width, int paddedWidth,
 }
 
 template <int R, int G, int B, int Step>
-void encodeScan(const PixelView& src, ComponentCoder (&coders)[3], BitWriter& out) {
+void encodeScan(const PixelView& src, ComponentCoder (&coders)[3], std::vector<uint8_t>& stream, BitWriter& out) {
   const int width = src.width, height = src.height;
   const int mcusX = (width + 15) / 16, mcusY = (height + 15) / 16;
   const int pw = mcusX * 16, cw = pw / 2;
@@ -249,6 +259,7 @@ void encodeScan(const PixelView& src, ComponentCoder (&coders)[3], BitWriter& ou
       chromaRow<R, G, B, Step>(row(my * 16 + 2 * r), row(my * 16 + 2 * r + 1), width, pw,
                                cb.data() + size_t(r) * size_t(cw), cr.data() + size_t(r) * size_t(cw));
     for (int mx = 0; mx < mcusX; ++mx) {
+      reserve(stream, out, kMaxMCUBytes);
       f32x8 rows[8];
       for (int b = 0; b < 4; ++b) {
         const float* base = y.data() + size_t((b >> 1) * 8) * size_t(pw) + size_t(mx * 16 + (b & 1) * 8);
@@ -289,18 +300,22 @@ std::vector<uint8_t> encodeJPEG(const CGImageRef& image, double quality) {
 
   const PixelView& src = image->pixels();
   std::vector<uint8_t> out;
-  // Room for the headers and a first guess at the data; the writer grows it when needed.
-  out.reserve(size_t(1024) + size_t(src.width) * size_t(src.height) / 4);
   writeHeaders(out, src.width, src.height, lum, chrom);
-  BitWriter bits(out);
+  // Room for a first guess at the data; it grows when needed.
+  const size_t headers = out.size();
+  out.resize(headers + 65536 + size_t(src.width) * size_t(src.height) / 8);
+  BitWriter bits;
+  bits.p = out.data() + headers;
   const Channels ch = channelsOf(src.format);
   if (ch.step == 1)
-    encodeScan<0, 0, 0, 1>(src, coders, bits);
+    encodeScan<0, 0, 0, 1>(src, coders, out, bits);
   else if (ch.r == 1)
-    encodeScan<1, 2, 3, 4>(src, coders, bits);
+    encodeScan<1, 2, 3, 4>(src, coders, out, bits);
   else
-    encodeScan<0, 1, 2, 4>(src, coders, bits);
-  bits.finish();
+    encodeScan<0, 1, 2, 4>(src, coders, out, bits);
+  reserve(out, bits, 16);
+  bits.flush();
+  out.resize(size_t(bits.p - out.data()));
   out.insert(out.end(), {0xFF, 0xD9});
   return out;
 }
