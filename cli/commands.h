@@ -4,6 +4,7 @@
 namespace zorvex::cli {
 
 int renderCommand(int argc, char** argv);
+int benchCommand(int argc, char** argv);
 
 // The text of `zorvex help`.
 extern const char* const kUsage;

@@ -12,6 +12,9 @@ const char* const kUsage = R"(zorvex: a glitch-art camera's effect stack on the 
 
 usage:
   zorvex render IN -o OUT [options]     run the effect stack on a picture
+  zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
+                                        time each kernel at preview, edit and
+                                        12-megapixel sizes
   zorvex help                           this text
 
 render options:
@@ -64,6 +67,7 @@ int main(int argc, char** argv) {
     return kExitOk;
   }
   if (command == "render") return renderCommand(argc, argv);
+  if (command == "bench") return benchCommand(argc, argv);
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;
 }
