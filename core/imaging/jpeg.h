@@ -7,8 +7,8 @@
 // The decoder reads baseline (and extended 8-bit Huffman) streams: any sampling factors, one to
 // four components, restart markers, several scans. It tolerates damage, since the glitch effects
 // live from it: an undecodable Huffman code, data that ends early, bytes past the end, a marker out
-// of place never stop it; it decodes what follows as the bits fall and fills what it can't reach
-// with the last colour its blocks carried. It gives nil only when the headers give no usable frame.
+// of place never stop it; it decodes what follows as the bits fall and leaves what it can't reach
+// (the rest of a restart interval once the data has run out) in middle grey. It gives nil only when the headers give no usable frame.
 // Whatever the bytes, it stays inside its buffers, its work is bounded by the frame size and the
 // stream length, and the frame size is bounded by `JPEGLimits`.
 #pragma once

@@ -4,10 +4,11 @@
 // and whatever frame was read by then is still decoded. Tables the stream lacks or damaged beyond
 // use are replaced by the standard ones. A scan's entropy-coded data is first copied out without
 // its stuffing, cut at its restart markers into segments; the Huffman decoder then reads a segment
-// with no further checks but its end, past which it reads zero bits, as libjpeg does. So whatever
-// the bytes, every MCU of the frame is decoded exactly once per scan: a bad code or a premature end
-// costs the blocks after it their content, never the decoder its footing, and the restart interval
-// that follows starts clean.
+// with no further checks but its end, past which it reads zero bits; once it has used one of those,
+// the rest of the segment is left in middle grey, as libjpeg leaves it. So whatever the bytes, every
+// MCU of the frame is visited exactly once per scan: a bad code or a premature end costs the blocks
+// after it their content, never the decoder its footing, and the restart interval that follows
+// starts clean.
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -43,6 +44,7 @@ class BitReader {
     end_ = end;
     bits_ = 0;
     count_ = 0;
+    zeros_ = 0;
   }
   // Leaves at least 56 bits in the buffer.
   void refill() {
@@ -56,13 +58,17 @@ class BitReader {
       count_ |= 56;
     } else {
       while (count_ <= 56) {
-        const uint64_t b = p_ < end_ ? *p_++ : 0;
-        bits_ |= b << (56 - count_);
+        if (p_ < end_)
+          bits_ |= uint64_t(*p_++) << (56 - count_);
+        else
+          zeros_ += 8;
         count_ += 8;
       }
     }
   }
   int count() const { return count_; }
+  // True once a bit from past the segment's end has been used.
+  bool exhausted() const { return count_ < zeros_; }
   // The next n bits, 1 <= n <= 32.
   uint32_t peek(int n) const { return uint32_t(bits_ >> (64 - n)); }
   void skip(int n) {
@@ -80,6 +86,7 @@ class BitReader {
   const uint8_t* end_ = nullptr;
   uint64_t bits_ = 0;
   int count_ = 0;
+  int zeros_ = 0;  // of the buffered bits, how many at its end come from past the segment's end
 };
 
 // The value of `n` magnitude bits `r` (one's complement for negative values).
@@ -464,6 +471,8 @@ class Decoder {
           startSegment(br, ++segment);
           for (ScanComponent& sc : scs) sc.pred = 0;
         }
+        // Once the data has run out, the rest of the segment stays grey, as in libjpeg.
+        if (br.exhausted()) continue;
         for (ScanComponent& sc : scs) {
           Component& c = *sc.comp;
           const ptrdiff_t stride = c.planeW;
@@ -489,6 +498,7 @@ class Decoder {
           startSegment(br, ++segment);
           sc.pred = 0;
         }
+        if (br.exhausted()) continue;
         decodeBlock(br, sc, c.plane.data() + size_t(by) * 8 * size_t(c.planeW) + size_t(bx) * 8, c.planeW);
       }
     }
@@ -579,7 +589,7 @@ class Decoder {
     for (int x = 0; x < width; ++x) {
       const int y = Y[x], cb = Cb[x] - 128, cr = Cr[x] - 128;
       const int r = std::min(std::max(y + ((91881 * cr + 32768) >> 16), 0), 255);
-      const int g = std::min(std::max(y - ((22554 * cb + 46802 * cr - 32768) >> 16), 0), 255);
+      const int g = std::min(std::max(y + ((-22554 * cb - 46802 * cr + 32768) >> 16), 0), 255);
       const int b = std::min(std::max(y + ((116130 * cb + 32768) >> 16), 0), 255);
       const uint32_t px = uint32_t(r) | uint32_t(g) << 8 | uint32_t(b) << 16 | 0xFF000000u;
       std::memcpy(out + 4 * x, &px, 4);

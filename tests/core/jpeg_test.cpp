@@ -184,12 +184,13 @@ TEST(JpegDamage, PicturesAboveTheFirstDamagedBlockStayIntact) {
       EXPECT_TRUE(sameRows(broken, clean, 0, 16 * rows)) << rows << " rows, offset " << offset;
       EXPECT_FALSE(sameRows(broken, clean, 16 * rows, 160)) << rows << " rows, offset " << offset;
 
-      // Cut there instead: the same rows survive, and the rest is filled.
+      // Cut there instead: the same rows survive, and what the data no longer reaches is grey.
       const std::vector<uint8_t> cut(full.begin(), full.begin() + ptrdiff_t(firstOfRest + offset));
       const CGImageRef truncated = decodeJPEG(cut);
       ASSERT_TRUE(truncated);
       EXPECT_EQ(truncated->height(), 160);
       EXPECT_TRUE(sameRows(truncated, clean, 0, 16 * rows));
+      for (int c = 0; c < 3; ++c) EXPECT_EQ(truncated->pixels().at(159, 159)[c], 128);
     }
   }
 }
