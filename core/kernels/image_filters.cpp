@@ -43,9 +43,10 @@ class Picture {
   int32_t height() const { return pixels_.height; }
   // The pixel the point falls in, the point first moved onto the picture; y counts up from the bottom.
   RGBA8 at(double x, double y) const {
-    const int32_t column = clampIndex(std::floor(x), pixels_.width);
-    const int32_t row = clampIndex(std::floor(double(pixels_.height) - y), pixels_.height);
-    return raster::loadPixel(pixels_.format, pixels_.at(column, row));
+    const uint8_t* p = pixels_.at(clampIndex(std::floor(x), pixels_.width),
+                                  clampIndex(std::floor(double(pixels_.height) - y), pixels_.height));
+    if (pixels_.format == PixelFormat::RGBX) return {p[0], p[1], p[2], 255};  // a surface snapshot
+    return raster::loadPixel(pixels_.format, p);
   }
 
  private:
@@ -56,10 +57,12 @@ class Picture {
   PixelView pixels_;
 };
 
-// A new premultiplied RGBA picture of the input's size, filled row by row by `shade(x, y, row)` where
-// (x, y) is the centre of the pixel in filter coordinates; nil when the size can't be had.
+// A new premultiplied RGBA picture of the input's size, or nil when the size can't be had. It is
+// filled in tiles of `tile` by `tile` pixels (whole rows when `tile` is 0), top row first within a
+// tile: `shade(y, first, end, out)` fills columns first to end - 1 of the row `out` whose pixel
+// centres lie at height y in filter coordinates.
 template <class Shade>
-CGImageRef render(const CGImageRef& input, Shade&& shade) {
+CGImageRef render(const CGImageRef& input, int32_t tile, Shade&& shade) {
   if (!input) return nullptr;
   const int32_t w = input->width(), h = input->height();
   const int64_t bytes = int64_t(w) * int64_t(h) * 4;
@@ -67,10 +70,11 @@ CGImageRef render(const CGImageRef& input, Shade&& shade) {
   std::shared_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[size_t(bytes)]);
   if (!buffer) return nullptr;
   const PixelView view{buffer.get(), w, h, ptrdiff_t(w) * 4, PixelFormat::RGBA};
-  for (int32_t row = 0; row < h; ++row) {
-    RGBA8* out = reinterpret_cast<RGBA8*>(view.row(row));
-    shade(double(h) - row - 0.5, out, w);
-  }
+  const int32_t across = tile > 0 ? tile : w, down = tile > 0 ? tile : h;
+  for (int32_t top = 0; top < h; top += down)
+    for (int32_t left = 0; left < w; left += across)
+      for (int32_t row = top; row < std::min(h, top + down); ++row)
+        shade(double(h) - row - 0.5, left, std::min(w, left + across), reinterpret_cast<RGBA8*>(view.row(row)));
   return std::make_shared<const CGImage>(std::shared_ptr<const uint8_t[]>(std::move(buffer)), view);
 }
 
@@ -143,24 +147,25 @@ CGImageRef hexagonalPixellate(const CGImageRef& input, double scale, CIVector ce
   // point reaches less than one row step up and down, so a point between rows k and k + 1 is nearest
   // to a lattice point of one of those two rows.
   const double rowStep = scale * std::sqrt(3.0) / 2.0;
-  return render(input, [&](double y, RGBA8* out, int32_t w) {
+  return render(input, 0, [&](double y, int32_t first, int32_t end, RGBA8* out) {
     const int64_t k = floorIndex((y - center.y) / rowStep);
-    struct Row {
-      double y, shift;
-    } rows[2];
+    double rowY[2], shift[2];
     for (int r = 0; r < 2; ++r) {
-      const int64_t row = k + r;
-      rows[r] = {center.y + double(row) * rowStep, (row % 2 != 0) ? scale * 0.5 : 0.0};
+      rowY[r] = center.y + double(k + r) * rowStep;
+      shift[r] = (k + r) % 2 != 0 ? scale * 0.5 : 0.0;
     }
-    for (int32_t column = 0; column < w; ++column) {
+    double lastX = NAN, lastY = NAN;
+    RGBA8 colour{};
+    for (int32_t column = first; column < end; ++column) {
       const double x = column + 0.5;
       double bestX = 0, bestY = 0, best = INFINITY;
-      for (const Row& r : rows) {
-        const double cx = center.x + r.shift + std::round((x - center.x - r.shift) / scale) * scale;
-        const double d = (x - cx) * (x - cx) + (y - r.y) * (y - r.y);
-        if (d < best) best = d, bestX = cx, bestY = r.y;
+      for (int r = 0; r < 2; ++r) {
+        const double cx = center.x + shift[r] + std::round((x - center.x - shift[r]) / scale) * scale;
+        const double d = (x - cx) * (x - cx) + (y - rowY[r]) * (y - rowY[r]);
+        if (d < best) best = d, bestX = cx, bestY = rowY[r];
       }
-      out[column] = picture.at(bestX, bestY);
+      if (bestX != lastX || bestY != lastY) colour = picture.at(bestX, bestY), lastX = bestX, lastY = bestY;
+      out[column] = colour;
     }
   });
 }
@@ -176,8 +181,10 @@ CGImageRef crystallize(const CGImageRef& input, double radius, CIVector center) 
   if (!input) return nullptr;
   const Picture picture(input);
   radius = atLeastOnePixel(radius);
-  // Seeds and their colours for grid rows j - 2 to j + 2 and every grid column the picture meets,
-  // with two to spare on each side; rebuilt when a pixel row enters a new grid row.
+  // A point's own seed is less than two radii away, and every seed outside the 5 x 5 block of grid
+  // squares around the point's square is farther: the nearest seed is in that block. Seeds and their
+  // colours are kept for grid rows j - 2 to j + 2 and every grid column the picture meets, with two
+  // to spare on each side, and rebuilt when a pixel row enters a new grid row.
   const int64_t firstColumn = floorIndex((0.5 - center.x) / radius) - 2;
   const int64_t lastColumn = floorIndex((picture.width() - 0.5 - center.x) / radius) + 2;
   const size_t columns = size_t(lastColumn - firstColumn + 1);
@@ -188,8 +195,9 @@ CGImageRef crystallize(const CGImageRef& input, double radius, CIVector center) 
   std::vector<Seed> band(columns * 5);
   int64_t bandRow = 0;
   bool haveBand = false;
+  std::vector<const Seed*> candidates;
 
-  return render(input, [&](double y, RGBA8* out, int32_t w) {
+  return render(input, 0, [&](double y, int32_t first, int32_t end, RGBA8* out) {
     const int64_t j = floorIndex((y - center.y) / radius);
     if (!haveBand || j != bandRow) {
       for (int64_t dj = -2; dj <= 2; ++dj)
@@ -200,25 +208,39 @@ CGImageRef crystallize(const CGImageRef& input, double radius, CIVector center) 
       bandRow = j;
       haveBand = true;
     }
-    for (int32_t column = 0; column < w; ++column) {
-      const double x = column + 0.5;
-      const size_t c = size_t(floorIndex((x - center.x) / radius) - firstColumn);
-      const Seed* nearest = nullptr;
-      double best = INFINITY;
-      auto search = [&](int reach, int skipInside) {
-        for (int dj = -reach; dj <= reach; ++dj)
-          for (int dc = -reach; dc <= reach; ++dc) {
-            if (std::abs(dj) <= skipInside && std::abs(dc) <= skipInside) continue;
-            const Seed& s = band[size_t(dj + 2) * columns + c + size_t(dc)];
-            const double d = (x - s.x) * (x - s.x) + (y - s.y) * (y - s.y);
-            if (d < best) best = d, nearest = &s;
-          }
-      };
-      // Every seed outside the 3 x 3 block is more than one radius away, and the point's own seed
-      // is less than two radii away: search the 5 x 5 block only when the 3 x 3 one leaves it open.
-      search(1, -1);
-      if (best > radius * radius) search(2, 1);
-      out[column] = nearest->colour;
+    // Along the row, one grid square at a time: of the 25 seeds of the block keep those that can be
+    // nearest somewhere on the square's stretch of pixel centres [xa, xb], that is, whose least
+    // distance to it is no more than the smallest greatest distance of any of them.
+    for (int32_t column = first; column < end;) {
+      const int64_t square = floorIndex((column + 0.5 - center.x) / radius);
+      int32_t stop = column + 1;
+      while (stop < end && floorIndex((stop + 0.5 - center.x) / radius) == square) ++stop;
+      const double xa = column + 0.5, xb = stop - 0.5;
+      const size_t c = size_t(square - firstColumn);
+      double bound = INFINITY;
+      for (int dj = 0; dj < 5; ++dj)
+        for (size_t dc = c - 2; dc <= c + 2; ++dc) {
+          const Seed& s = band[size_t(dj) * columns + dc];
+          const double far = std::max(std::fabs(xa - s.x), std::fabs(xb - s.x));
+          bound = std::min(bound, far * far + (y - s.y) * (y - s.y));
+        }
+      candidates.clear();
+      for (int dj = 0; dj < 5; ++dj)
+        for (size_t dc = c - 2; dc <= c + 2; ++dc) {
+          const Seed& s = band[size_t(dj) * columns + dc];
+          const double near = s.x < xa ? xa - s.x : s.x > xb ? s.x - xb : 0.0;
+          if (near * near + (y - s.y) * (y - s.y) <= bound) candidates.push_back(&s);
+        }
+      for (; column < stop; ++column) {
+        const double x = column + 0.5;
+        const Seed* nearest = candidates[0];
+        double best = INFINITY;
+        for (const Seed* s : candidates) {
+          const double d = (x - s->x) * (x - s->x) + (y - s->y) * (y - s->y);
+          if (d < best) best = d, nearest = s;
+        }
+        out[column] = nearest->colour;
+      }
     }
   });
 }
@@ -228,7 +250,9 @@ CGImageRef triangleKaleidoscope(const CGImageRef& input, CIVector point, double 
   if (!input) return nullptr;
   const Picture picture(input);
   if (!(size > 0.0)) {
-    return render(input, [](double, RGBA8* out, int32_t w) { std::memset(out, 0, size_t(w) * sizeof(RGBA8)); });
+    return render(input, 0, [](double, int32_t first, int32_t end, RGBA8* out) {
+      std::memset(out + first, 0, size_t(end - first) * sizeof(RGBA8));
+    });
   }
   decay = std::max(decay, 0.0);
   // Edge directions from the vertex at `point`: e1 along the turned x axis, e2 sixty degrees on. A
@@ -237,37 +261,45 @@ CGImageRef triangleKaleidoscope(const CGImageRef& input, CIVector point, double 
   const double pi = 3.141592653589793;
   const CIVector e1{std::cos(rotation), std::sin(rotation)};
   const CIVector e2{std::cos(rotation + pi / 3), std::sin(rotation + pi / 3)};
-  const double det = (e1.x * e2.y - e1.y * e2.x) * size;
+  const double inverse = 1.0 / ((e1.x * e2.y - e1.y * e2.x) * size);
   std::array<double, 64> fade;
   for (size_t g = 0; g < fade.size(); ++g) fade[g] = std::pow(decay, double(g));
 
-  return render(input, [&](double y, RGBA8* out, int32_t w) {
-    for (int32_t column = 0; column < w; ++column) {
-      const double dx = column + 0.5 - point.x, dy = y - point.y;
-      double a = (dx * e2.y - dy * e2.x) / det;
-      double b = (e1.x * dy - e1.y * dx) / det;
+  // In tiles, so that the mirrored reads of neighbouring pixels stay near each other in memory.
+  return render(input, 64, [&](double y, int32_t first, int32_t end, RGBA8* out) {
+    const double dy = y - point.y;
+    for (int32_t column = first; column < end; ++column) {
+      const double dx = column + 0.5 - point.x;
+      double a = (dx * e2.y - dy * e2.x) * inverse;
+      double b = (e1.x * dy - e1.y * dx) * inverse;
       // The generation is the number of mirror lines between the point and the triangle.
       const double fa = std::floor(a), fb = std::floor(b), fab = std::floor(a + b);
       const double generation = std::fabs(fa) + std::fabs(fb) + std::fabs(fab);
       // Two reflections in parallel lines are a translation; take out those by (1, 1) and (-1, 2)
       // in (a, b), which leaves the point a few triangles from home.
-      const double s = std::floor((2 * a + b) / 3), t = std::floor((b - a) / 3);
+      const double s = std::floor((2 * a + b) * (1.0 / 3)), t = std::floor((b - a) * (1.0 / 3));
       a -= s - t;
       b -= s + 2 * t;
       // Then reflect it across whichever edge it lies beyond, until it is inside. In barycentric
       // terms (l0, l1, l2) = (1 - a - b, a, b) the reflection across edge k negates lk and adds it to
       // the other two.
-      double l[3] = {1 - a - b, a, b};
+      double l0 = 1 - a - b, l1 = a, l2 = b;
       for (int step = 0; step < 12; ++step) {
-        int k = l[0] < 0 ? 0 : l[1] < 0 ? 1 : l[2] < 0 ? 2 : -1;
-        if (k < 0) break;
-        const double v = l[k];
-        for (double& li : l) li += v;
-        l[k] = -v;
+        if (l0 < 0) {
+          l1 += l0, l2 += l0, l0 = -l0;
+        } else if (l1 < 0) {
+          l0 += l1, l2 += l1, l1 = -l1;
+        } else if (l2 < 0) {
+          l0 += l2, l1 += l2, l2 = -l2;
+        } else {
+          break;
+        }
       }
-      const double sx = point.x + size * (l[1] * e1.x + l[2] * e2.x);
-      const double sy = point.y + size * (l[1] * e1.y + l[2] * e2.y);
-      const RGBA8 c = picture.at(sx, sy);
+      const RGBA8 c = picture.at(point.x + size * (l1 * e1.x + l2 * e2.x), point.y + size * (l1 * e1.y + l2 * e2.y));
+      if (generation == 0) {
+        out[column] = c;
+        continue;
+      }
       const double f = generation < double(fade.size()) ? fade[size_t(generation)] : std::pow(decay, generation);
       auto scaled = [f](uint8_t v) { return uint8_t(std::min(255.0, double(v) * f + 0.5)); };
       out[column] = {scaled(c.r), scaled(c.g), scaled(c.b), scaled(c.a)};
