@@ -19,6 +19,10 @@
 #include "core/imaging/jpeg.h"
 #include "core/imaging/jpeg_internal.h"
 
+#if defined(__wasm_simd128__)
+#include <wasm_simd128.h>
+#endif
+
 namespace zorvex {
 namespace {
 
@@ -196,6 +200,18 @@ struct ScanComponent {
 
 // Writes an 8 x 8 block of level-shifted samples as bytes.
 inline void storeBlock(const f32x8 (&rows)[8], uint8_t* out, ptrdiff_t stride) {
+#if defined(__wasm_simd128__)
+  // WebAssembly narrows with saturation in two steps, which also clamps to 0..255.
+  typedef float f32x4 __attribute__((vector_size(16)));
+  for (int y = 0; y < 8; ++y) {
+    const f32x8 v = rows[y] + 128.5f;
+    const v128_t lo = wasm_i32x4_trunc_sat_f32x4(v128_t(f32x4(__builtin_shufflevector(v, v, 0, 1, 2, 3))));
+    const v128_t hi = wasm_i32x4_trunc_sat_f32x4(v128_t(f32x4(__builtin_shufflevector(v, v, 4, 5, 6, 7))));
+    const v128_t words = wasm_i16x8_narrow_i32x4(lo, hi);
+    wasm_v128_store64_lane(out + y * stride, wasm_u8x16_narrow_i16x8(words, words), 0);
+  }
+  return;
+#endif
   const f32x8 zero{}, top = zero + 255.0f;
   for (int y = 0; y < 8; ++y) {
     f32x8 v = rows[y] + 128.5f;
@@ -586,7 +602,36 @@ class Decoder {
   // compiler vectorises it.
   static void convertRow(const uint8_t* __restrict Y, const uint8_t* __restrict Cb, const uint8_t* __restrict Cr,
                          uint8_t* __restrict out, int width) {
-    for (int x = 0; x < width; ++x) {
+    int x = 0;
+#if defined(__wasm_simd128__)
+    // Eight pixels at a time, narrowed with saturation (which clamps) and interleaved by shuffles.
+    for (; x + 8 <= width; x += 8) {
+      const v128_t y16 = wasm_u16x8_extend_low_u8x16(wasm_v128_load64_zero(Y + x));
+      const v128_t cb16 = wasm_i16x8_sub(wasm_u16x8_extend_low_u8x16(wasm_v128_load64_zero(Cb + x)), wasm_i16x8_splat(128));
+      const v128_t cr16 = wasm_i16x8_sub(wasm_u16x8_extend_low_u8x16(wasm_v128_load64_zero(Cr + x)), wasm_i16x8_splat(128));
+      v128_t r[2], g[2], b[2];
+      for (int h = 0; h < 2; ++h) {
+        const v128_t y32 = h ? wasm_i32x4_extend_high_i16x8(y16) : wasm_i32x4_extend_low_i16x8(y16);
+        const v128_t cb = h ? wasm_i32x4_extend_high_i16x8(cb16) : wasm_i32x4_extend_low_i16x8(cb16);
+        const v128_t cr = h ? wasm_i32x4_extend_high_i16x8(cr16) : wasm_i32x4_extend_low_i16x8(cr16);
+        const v128_t half = wasm_i32x4_splat(32768);
+        r[h] = wasm_i32x4_add(y32, wasm_i32x4_shr(wasm_i32x4_add(wasm_i32x4_mul(cr, wasm_i32x4_splat(91881)), half), 16));
+        g[h] = wasm_i32x4_add(y32, wasm_i32x4_shr(wasm_i32x4_sub(wasm_i32x4_sub(half, wasm_i32x4_mul(cb, wasm_i32x4_splat(22554))),
+                                                                 wasm_i32x4_mul(cr, wasm_i32x4_splat(46802))),
+                                                  16));
+        b[h] = wasm_i32x4_add(y32, wasm_i32x4_shr(wasm_i32x4_add(wasm_i32x4_mul(cb, wasm_i32x4_splat(116130)), half), 16));
+      }
+      const v128_t r16 = wasm_i16x8_narrow_i32x4(r[0], r[1]), g16 = wasm_i16x8_narrow_i32x4(g[0], g[1]);
+      const v128_t b16 = wasm_i16x8_narrow_i32x4(b[0], b[1]);
+      const v128_t r8 = wasm_u8x16_narrow_i16x8(r16, r16), g8 = wasm_u8x16_narrow_i16x8(g16, g16);
+      const v128_t b8 = wasm_u8x16_narrow_i16x8(b16, b16);
+      const v128_t rg = wasm_i8x16_shuffle(r8, g8, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+      const v128_t bx = wasm_i8x16_shuffle(b8, wasm_i8x16_splat(-1), 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+      wasm_v128_store(out + 4 * x, wasm_i16x8_shuffle(rg, bx, 0, 8, 1, 9, 2, 10, 3, 11));
+      wasm_v128_store(out + 4 * x + 16, wasm_i16x8_shuffle(rg, bx, 4, 12, 5, 13, 6, 14, 7, 15));
+    }
+#endif
+    for (; x < width; ++x) {
       const int y = Y[x], cb = Cb[x] - 128, cr = Cr[x] - 128;
       const int r = std::min(std::max(y + ((91881 * cr + 32768) >> 16), 0), 255);
       const int g = std::min(std::max(y + ((-22554 * cb - 46802 * cr + 32768) >> 16), 0), 255);
