@@ -13,6 +13,7 @@
 namespace zorvex {
 namespace {
 
+using testing::controlsWith;
 using testing::gradientPixel;
 using testing::gradientSurface;
 
@@ -21,9 +22,8 @@ struct Scene {
   CGLayerRef layer;
   // Kernels that draw under the layer's interpolation quality without setting it get nearest, so that
   // scaled pieces come out exact.
-  explicit Scene(CGContextRef picture, bool nearestLayer = false) : surface(std::move(picture)) {
-    const PixelView& p = surface->pixels();
-    layer = CGLayerCreateWithContext(surface, CGSizeMake(p.width, p.height), nullptr);
+  explicit Scene(CGContextRef picture, bool nearestLayer = false)
+      : surface(std::move(picture)), layer(testing::layerFor(surface)) {
     if (nearestLayer) CGContextSetInterpolationQuality(layerContext(), kCGInterpolationNone);
   }
   CGContextRef layerContext() const { return CGLayerGetContext(layer); }
@@ -33,12 +33,6 @@ struct Scene {
     CGContextFillRect(layerContext(), CGRectMake(x, surface->pixels().height - 1 - y, 1, 1));
   }
 };
-
-ControlValues controlsWith(std::initializer_list<std::pair<size_t, double>> values) {
-  ControlValues c(kControlCount, 0.0);
-  for (auto [i, v] : values) c[i] = v;
-  return c;
-}
 
 constexpr KColor kRed{255, 0, 0};
 
