@@ -92,13 +92,11 @@ std::vector<std::vector<Seed>> tablesFor(int w, int h, uint64_t salt) {
 TEST(SeedCells, FastPathsGiveThePlainLoopsBytes) {
   const std::pair<int, int> sizes[] = {{1, 1}, {1, 37}, {45, 1}, {33, 32}, {97, 61}, {130, 71}, {64, 200}};
   uint64_t salt = 1;
-  for (auto [w, h] : sizes) {
-    const CGContextRef pictures[] = {testing::gradientSurface(w, h),
-                                     [&] {
-                                       auto s = testing::blankSurface(w, h);
-                                       CGContextDrawImage(s, CGRectMake(0, 0, w, h), drawSamplePicture(w, h));
-                                       return s;
-                                     }()};
+  for (const auto& size : sizes) {
+    const int w = size.first, h = size.second;
+    auto sample = testing::blankSurface(w, h);
+    CGContextDrawImage(sample, CGRectMake(0, 0, w, h), drawSamplePicture(w, h));
+    const CGContextRef pictures[] = {testing::gradientSurface(w, h), sample};
     for (const CGContextRef& picture : pictures) {
       for (const std::vector<Seed>& seeds : tablesFor(w, h, salt++)) {
         const size_t bytes = size_t(4 * w * h);
