@@ -27,7 +27,7 @@ void isam(const CGContextRef& context, const CGLayerRef& layer, Controls control
   const double w = double(CGBitmapContextGetWidth(context));
   const double h = double(CGBitmapContextGetHeight(context));
   const CGImageRef image = CGBitmapContextCreateImage(context);
-  const double offset = controls[2] * 0.2 - 0.1;  // shifts every bar's height by -0.1 to +0.1 of h
+  const double offset = controls[2];  // shifts every bar's height by -0.1 to +0.1 of h
 
   // What the layer held from the effects before now covers the surface, and the levels see that.
   CGContextSetBlendMode(context, kCGBlendModeNormal);
@@ -53,7 +53,7 @@ void isam(const CGContextRef& context, const CGLayerRef& layer, Controls control
     const CGImageRef slice = CGImageCreateWithImageInRect(image, CGRectMake(x, 0.0, step, h));
     if (!slice) fatal();
     const double l = at(std::span<const double>(level), size_t(truncInt(x)));
-    const double barHeight = (l + l + offset) * h;
+    const double barHeight = (l + l + offset * 0.2 - 0.1) * h;
     // Squeezed or stretched about the horizontal middle, one pixel wider than its place.
     CGContextDrawImage(layerContext, CGRectMake(x, h * 0.5 + barHeight * -0.5, step + 1.0, barHeight), slice);
   });

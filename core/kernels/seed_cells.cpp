@@ -111,13 +111,22 @@ void glassdaggerCellsPlain(const PixelView& source, std::span<const Seed> seeds,
 //
 // Both do the plain loop's arithmetic on the same single-precision values, so every truncation comes
 // out the same; they change the order (row by row, so that writes are sequential), hoist what depends
-// on one axis only, and keep loops that the compiler vectorises. Pictures of 2^22 pixels or more on a
-// side, where the bounds below would need more care, take the plain loop.
+// on one axis only, and keep loops that the compiler vectorises. They rely on every distance staying
+// below the plain loop's starting 9999999 and on whole coordinates being exact floats: pictures of 2^21
+// pixels or more on a side, or seeds more than 2^21 outside them, take the plain loop.
 
 namespace {
 
-constexpr int64_t kFastLimit = int64_t{1} << 22;
+constexpr int64_t kFastLimit = int64_t{1} << 21;
 constexpr int64_t kTile = 32;  // the side of the square tiles of the city-block search
+
+bool fastPathServes(const PixelView& source, std::span<const Seed> seeds) {
+  const float lo = -float(kFastLimit), hi = 2.0f * float(kFastLimit);  // distances stay below 2^22
+  if (source.width >= kFastLimit || source.height >= kFastLimit) return false;
+  for (const Seed& s : seeds)
+    if (!(s.x >= lo && s.x <= hi && s.y >= lo && s.y <= hi)) return false;
+  return true;
+}
 
 std::vector<uint32_t> seedColors(const PixelView& source, std::span<const Seed> seeds) {
   std::vector<uint32_t> colors(seeds.size());
@@ -154,7 +163,7 @@ void rangeOf(const float* d, float s, int64_t i0, int64_t i1, float& least, floa
 void vortronCells(const PixelView& source, std::span<const Seed> seeds, uint8_t* out) {
   const int64_t w = source.width, h = source.height;
   if (seeds.empty()) return fill(out, w, 0, w, 0, h, bestColor(source, seeds, 0));
-  if (w >= kFastLimit || h >= kFastLimit) return vortronCellsPlain(source, seeds, out);
+  if (!fastPathServes(source, seeds)) return vortronCellsPlain(source, seeds, out);
   const size_t n = seeds.size();
   const std::vector<uint32_t> colors = seedColors(source, seeds);
   std::vector<float> ax(n * size_t(w)), ay(n * size_t(h));
@@ -218,7 +227,7 @@ void vortronCells(const PixelView& source, std::span<const Seed> seeds, uint8_t*
 void glassdaggerCells(const PixelView& source, std::span<const Seed> seeds, uint8_t* out) {
   const int64_t w = source.width, h = source.height;
   if (seeds.empty()) return fill(out, w, 0, w, 0, h, bestColor(source, seeds, 0));
-  if (w >= kFastLimit || h >= kFastLimit) return glassdaggerCellsPlain(source, seeds, out);
+  if (!fastPathServes(source, seeds)) return glassdaggerCellsPlain(source, seeds, out);
   const size_t n = seeds.size(), W = size_t(w);
   const std::vector<uint32_t> colors = seedColors(source, seeds);
   std::vector<float> column(W), dx(n * W);

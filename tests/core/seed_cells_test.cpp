@@ -62,8 +62,8 @@ TEST(SeedCells, SplintersPickTheSeedThatLiesAheadWhenColumnsDoNotDecide) {
 }
 
 // Seed tables that stress the fast paths: the kernels' own, whole and half coordinates (exact ties,
-// the angular term at dx = dy = 0), coincident seeds, seeds on the far edge, a single seed, none, and
-// an angular term on the edge of a step.
+// the angular term at dx = dy = 0), coincident seeds, seeds just outside, a single seed, none, an
+// angular term on the edge of a step, and a seed far outside.
 std::vector<std::vector<Seed>> tablesFor(int w, int h, uint64_t salt) {
   std::vector<std::vector<Seed>> tables;
   for (uint64_t roll = 0; roll < 3; ++roll) {
@@ -77,7 +77,7 @@ std::vector<std::vector<Seed>> tablesFor(int w, int h, uint64_t salt) {
     whole.push_back({float(int(drand48() * w)), float(int(drand48() * h))});
     half.push_back({float(int(drand48() * w)) + 0.5f, float(int(drand48() * h)) + 0.5f});
   }
-  mixed = {whole[0], whole[0], {float(w), float(h)}, half[1], {0.0f, 0.0f}, whole[3], half[1]};
+  mixed = {whole[0], whole[0], {float(w), float(h)}, half[1], {0.0f, 0.0f}, whole[3], half[1], {-2.5f, 3.0f}};
   tables.push_back(whole);
   tables.push_back(half);
   tables.push_back(mixed);
@@ -85,6 +85,7 @@ std::vector<std::vector<Seed>> tablesFor(int w, int h, uint64_t salt) {
   // At (6, 11) the first seed's angular term is 2, with 6.28^2 cos^2 just below 4 in single precision;
   // the second seed's value there is 1 (b = 1), so the first seed's term decides the pixel.
   tables.push_back({{3.03732967f, 19.8184128f}, {30.5f, 15.5f}});
+  tables.push_back({{-3.0e6f, 1.0f}, half[3]});  // far outside: the plain loop serves
   tables.push_back({});
   return tables;
 }
