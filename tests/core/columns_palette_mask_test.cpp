@@ -7,15 +7,8 @@
 namespace zorvex {
 namespace {
 
-ControlValues controlsWith(std::initializer_list<std::pair<size_t, double>> values) {
-  ControlValues c(kControlCount, 0.0);
-  for (auto [i, v] : values) c[i] = v;
-  return c;
-}
-
-CGLayerRef layerFor(const CGContextRef& s) {
-  return CGLayerCreateWithContext(s, CGSizeMake(double(CGBitmapContextGetWidth(s)), double(CGBitmapContextGetHeight(s))), nullptr);
-}
+using testing::controlsWith;
+using testing::layerFor;
 
 TEST(Isam, AColumnsBrightnessSetsTheHeightOfItsBar) {
   // Column 5 is green of luminance 64, so its level is 0.25 and with no offset its bar is h / 2 high:

@@ -9,15 +9,8 @@
 namespace zorvex {
 namespace {
 
-ControlValues controlsWith(std::initializer_list<std::pair<size_t, double>> values) {
-  ControlValues c(kControlCount, 0.0);
-  for (auto [i, v] : values) c[i] = v;
-  return c;
-}
-
-CGLayerRef layerFor(const CGContextRef& s) {
-  return CGLayerCreateWithContext(s, CGSizeMake(double(CGBitmapContextGetWidth(s)), double(CGBitmapContextGetHeight(s))), nullptr);
-}
+using testing::controlsWith;
+using testing::layerFor;
 
 bool isBlack(KColor c) { return c == KColor{0, 0, 0}; }
 
