@@ -13,6 +13,33 @@ namespace zorvex::Filters {
 void agency(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
 void interface(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
 
+// Rectangle copies and mirrored strips.
+void graboid(const CGContextRef& context, Controls controls);
+void veth(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void fold4rap5(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+
+// Tile grids.
+void bunker(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void fingerblib(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void kompliance(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+
+// Band and column stretching.
+void motor(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void xex0x(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+
+// Wave warps.
+void precog1(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void l225(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+// Where the wave warps get their scratch block, which they neither clear nor write before laying it
+// over the picture: std::malloc, unless a test installs its own (nullptr puts std::malloc back). The
+// block is given back with std::free.
+using ScratchAllocator = void* (*)(size_t bytes);
+void setWarpScratchAllocator(ScratchAllocator allocator);
+
+// Blended pixel blocks.
+void chip13h(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void blitbomb(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+
 // Band and pixel sorting.
 void vonstroke(const CGContextRef& context, Controls controls);
 void yubari(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
