@@ -52,6 +52,17 @@ void beamRider(const CGContextRef& context, const CGLayerRef& layer, Controls co
 void doctorocular(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
 void brainfeed3r(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
 
+// Column, palette and mask effects.
+void isam(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void oirectine(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void arecibo(const CGContextRef& context, Controls controls);
+
+// Displaced pieces and echoes.
+void mxlhxllx(const CGContextRef& context, Controls controls);
+void dropframe(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void spdif(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+void shroom(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
+
 }  // namespace zorvex::Filters
 
 namespace zorvex::VideoEffectsCI {
@@ -69,3 +80,18 @@ void hexagonalPixellate(const CGContextRef& context, const CGLayerRef& layer, Co
 void crystallize(const CGContextRef& context, const CGLayerRef& layer, Controls controls);
 
 }  // namespace zorvex::VideoEffectsCI
+
+namespace zorvex::KCGContextProcessing {
+
+// Ordered dither and character cells.
+void grayDitherContext(const CGContextRef& context, ControlFloats controls);
+void TI994B(const CGContextRef& context, const CGLayerRef& layer, ControlFloats controls);
+// Fills the inked squares of a 4 x 4 glyph (16 bytes, row j column i at j * 4 + i, row 0 at the
+// bottom) into a cell of `W` by `H` at `point`.
+void draw4x4Char(const uint8_t* glyph, CGPoint point, float W, float H, const CGContextRef& context);
+
+// Nearest-seed cells.
+void vortron(const CGContextRef& context, const CGLayerRef& layer, ControlFloats controls);
+void glassdagger(const CGContextRef& context, const CGLayerRef& layer, ControlFloats controls);
+
+}  // namespace zorvex::KCGContextProcessing
