@@ -264,6 +264,13 @@ void spanT(uint8_t* dst, int32_t n, const RGBA8* src, bool solid, const uint8_t*
   for (int32_t at = 0; at < n; at += kChunk) {
     const int m = int(std::min<int32_t>(kChunk, n - at));
     if (!solid) std::memcpy(s, src + at, sizeof(uint32_t) * size_t(m));
+    if constexpr (M == kCGBlendModeNormal) {
+      // Transparent source pixels leave the destination as it is: s + d (1 - 0) = d. Layers are
+      // mostly empty, so whole chunks of nothing are passed over.
+      uint32_t any = 0;
+      for (int i = 0; i < m; ++i) any |= s[i];
+      if (!any) continue;
+    }
     loadWords<F>(dst + at * bpp, m, d);
     blendChunk<M>(s, d, r, m);
     if (cov || alpha != 255) {
