@@ -647,7 +647,7 @@ std::string describe(const Value& v) {
     }
     case Type::dictionary: {
       std::string out = "{";
-      for (size_t i = 0; i < v.count(); ++i) out += quoted(v.keys()[i]) + " = " + describe(v.items()[i]) + ";";
+      for (size_t i = 0; i < v.count(); ++i) out += (i ? " " : "") + quoted(v.keys()[i]) + " = " + describe(v.items()[i]) + ";";
       return out + "}";
     }
   }
