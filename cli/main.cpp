@@ -14,10 +14,13 @@ usage:
   zorvex render IN -o OUT [options]     run the effect stack on a picture
   zorvex effects [ACTION]               list or change the stored effect list
   zorvex settings [ACTION]              show or change the stored settings
+  zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
+                                        time each kernel at preview, edit and
+                                        12-megapixel sizes
   zorvex help                           this text
 
-Every command loads the stored effect list first (its diagnostic lines go to
-standard output) and takes these options anywhere after the command's name:
+render, effects and settings load the stored effect list first (its diagnostic
+lines go to standard output) and take these options anywhere after their name:
   --defaults PATH         the defaults file (default: $ZORVEX_DEFAULTS, else
                           $XDG_CONFIG_HOME/zorvex/defaults.plist, else
                           ~/.config/zorvex/defaults.plist)
@@ -98,6 +101,7 @@ int main(int argc, char** argv) {
   if (command == "render") return renderCommand(argc, argv);
   if (command == "effects") return effectsCommand(argc, argv);
   if (command == "settings") return settingsCommand(argc, argv);
+  if (command == "bench") return benchCommand(argc, argv);
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;
 }

@@ -166,7 +166,7 @@ void fillBufferRect(CGContext& c, double bx0, double by0, double bx1, double by1
       }
     }
     if (last < first) continue;
-    if (solidCopy && fastPathsEnabled()) {
+    if (solidCopy) {
       // Opaque colour under the normal mode: full coverage is a plain store.
       uint32_t* d = reinterpret_cast<uint32_t*>(c.pixels().at(box.x0, y));
       const uint32_t word = uint32_t(color.r) | uint32_t(color.g) << 8 | uint32_t(color.b) << 16 | 0xFF000000u;
@@ -204,7 +204,7 @@ void paintRect(CGContext& c, CGRect r, RGBA8 color, bool clear) {
     return;
   r = CGRectStandardize(r);
   const CGAffineTransform t = userToBuffer(c);
-  if (t.b == 0 && t.c == 0) {
+  if (fastPathsEnabled() && t.b == 0 && t.c == 0) {
     const CGPoint a = CGPointApplyAffineTransform(r.origin, t);
     const CGPoint b = CGPointApplyAffineTransform({r.origin.x + r.size.width, r.origin.y + r.size.height}, t);
     fillBufferRect(c, std::min(a.x, b.x), std::min(a.y, b.y), std::max(a.x, b.x), std::max(a.y, b.y), color, clear);

@@ -38,7 +38,9 @@ inline bool CGRectIsEmpty(CGRect r) {
   return !(r.size.width != 0 && r.size.height != 0) || std::isnan(r.size.width) || std::isnan(r.size.height);
 }
 
-// x' = a x + c y + tx, y' = b x + d y + ty, as the platform defines it.
+// x' = a x + c y + tx, y' = b x + d y + ty, as the platform defines it. Transforms are passed by
+// value: `ctm = CGAffineTransformConcat(t, ctm)` must not read an argument through a reference to
+// the result it is writing (clang 14 for WebAssembly writes the result in place).
 struct CGAffineTransform {
   CGFloat a = 1, b = 0, c = 0, d = 1, tx = 0, ty = 0;
   bool operator==(const CGAffineTransform&) const = default;
@@ -56,32 +58,32 @@ inline CGAffineTransform CGAffineTransformMakeRotation(CGFloat angle) {
   return {c, s, -s, c, 0, 0};
 }
 // t1 applied first, then t2.
-inline CGAffineTransform CGAffineTransformConcat(const CGAffineTransform& t1, const CGAffineTransform& t2) {
+inline CGAffineTransform CGAffineTransformConcat(CGAffineTransform t1, CGAffineTransform t2) {
   return {t1.a * t2.a + t1.b * t2.c,   t1.a * t2.b + t1.b * t2.d,
           t1.c * t2.a + t1.d * t2.c,   t1.c * t2.b + t1.d * t2.d,
           t1.tx * t2.a + t1.ty * t2.c + t2.tx, t1.tx * t2.b + t1.ty * t2.d + t2.ty};
 }
-inline CGAffineTransform CGAffineTransformTranslate(const CGAffineTransform& t, CGFloat tx, CGFloat ty) {
+inline CGAffineTransform CGAffineTransformTranslate(CGAffineTransform t, CGFloat tx, CGFloat ty) {
   return CGAffineTransformConcat(CGAffineTransformMakeTranslation(tx, ty), t);
 }
-inline CGAffineTransform CGAffineTransformScale(const CGAffineTransform& t, CGFloat sx, CGFloat sy) {
+inline CGAffineTransform CGAffineTransformScale(CGAffineTransform t, CGFloat sx, CGFloat sy) {
   return CGAffineTransformConcat(CGAffineTransformMakeScale(sx, sy), t);
 }
-inline CGAffineTransform CGAffineTransformRotate(const CGAffineTransform& t, CGFloat angle) {
+inline CGAffineTransform CGAffineTransformRotate(CGAffineTransform t, CGFloat angle) {
   return CGAffineTransformConcat(CGAffineTransformMakeRotation(angle), t);
 }
 // The inverse, or the transform itself when it has none (as the platform does).
-inline CGAffineTransform CGAffineTransformInvert(const CGAffineTransform& t) {
+inline CGAffineTransform CGAffineTransformInvert(CGAffineTransform t) {
   const CGFloat det = t.a * t.d - t.b * t.c;
   if (det == 0 || !std::isfinite(det)) return t;
   const CGFloat ia = t.d / det, ib = -t.b / det, ic = -t.c / det, id = t.a / det;
   return {ia, ib, ic, id, -(t.tx * ia + t.ty * ic), -(t.tx * ib + t.ty * id)};
 }
-inline CGPoint CGPointApplyAffineTransform(CGPoint p, const CGAffineTransform& t) {
+inline CGPoint CGPointApplyAffineTransform(CGPoint p, CGAffineTransform t) {
   return {t.a * p.x + t.c * p.y + t.tx, t.b * p.x + t.d * p.y + t.ty};
 }
 // The bounding box of the transformed rectangle.
-inline CGRect CGRectApplyAffineTransform(CGRect r, const CGAffineTransform& t) {
+inline CGRect CGRectApplyAffineTransform(CGRect r, CGAffineTransform t) {
   r = CGRectStandardize(r);
   const CGPoint p[4] = {
       CGPointApplyAffineTransform(r.origin, t),

@@ -20,6 +20,7 @@ template <class T>
 class CheckedValues {
  public:
   CheckedValues(std::span<const T> values) : values_(values) {}
+  CheckedValues(const std::vector<T>& values) : values_(values) {}
   T operator[](size_t i) const { return at(values_, i); }
   size_t count() const { return values_.size(); }
   std::span<const T> span() const { return values_; }

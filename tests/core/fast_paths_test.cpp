@@ -1,0 +1,180 @@
+// The fast drawing paths against the general path: random pictures, layouts, rectangles,
+// transforms, blend modes, alphas, clips and interpolation qualities, drawn both ways into equal
+// destinations, must give the same bytes.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/core/test_pictures.h"
+
+namespace zorvex {
+namespace {
+
+struct FastPathsOff {
+  FastPathsOff() { setFastPathsEnabled(false); }
+  ~FastPathsOff() { setFastPathsEnabled(true); }
+};
+
+class Random {
+ public:
+  explicit Random(uint32_t seed) : gen_(seed) {}
+  int range(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(gen_); }
+  double real(double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(gen_); }
+  bool chance(double p) { return real(0, 1) < p; }
+  // Whole, half or arbitrary values, as kernels give all three.
+  double coordinate(double lo, double hi) {
+    const double v = real(lo, hi);
+    switch (range(0, 2)) {
+      case 0: return std::round(v);
+      case 1: return std::round(v * 2) / 2;
+      default: return v;
+    }
+  }
+
+ private:
+  std::mt19937 gen_;
+};
+
+const PixelFormat kFormats[] = {PixelFormat::RGBX, PixelFormat::RGBA, PixelFormat::ARGB, PixelFormat::Gray};
+// Half the time the surface's own layout, which the kernels use most.
+PixelFormat randomFormat(Random& r) { return r.chance(0.5) ? PixelFormat::RGBX : kFormats[r.range(0, 3)]; }
+
+CGContextRef randomContext(Random& r, int w, int h, PixelFormat f) {
+  const bool gray = f == PixelFormat::Gray;
+  const uint32_t info = f == PixelFormat::RGBX ? kCGImageAlphaNoneSkipLast
+                        : f == PixelFormat::RGBA ? kCGImageAlphaPremultipliedLast
+                        : f == PixelFormat::ARGB ? kCGImageAlphaPremultipliedFirst
+                                                 : kCGImageAlphaNone;
+  auto c = CGBitmapContextCreate(nullptr, size_t(w), size_t(h), 8, 0,
+                                 gray ? CGColorSpaceCreateDeviceGray() : CGColorSpaceCreateDeviceRGB(), info);
+  const PixelView& p = c->pixels();
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      const uint8_t a = hasAlpha(f) && r.chance(0.5) ? uint8_t(r.range(0, 255)) : 255;
+      raster::storePixel(f, p.at(x, y),
+                         {uint8_t(r.range(0, a)), uint8_t(r.range(0, a)), uint8_t(r.range(0, a)), a});
+    }
+  return c;
+}
+
+CGContextRef copyOf(const CGContextRef& c) {
+  const PixelView& p = c->pixels();
+  auto d = CGBitmapContextCreate(nullptr, size_t(p.width), size_t(p.height), 8, 0,
+                                 p.format == PixelFormat::Gray ? CGColorSpaceCreateDeviceGray() : CGColorSpaceCreateDeviceRGB(),
+                                 p.format == PixelFormat::RGBX   ? kCGImageAlphaNoneSkipLast
+                                 : p.format == PixelFormat::RGBA ? kCGImageAlphaPremultipliedLast
+                                 : p.format == PixelFormat::ARGB ? kCGImageAlphaPremultipliedFirst
+                                                                 : kCGImageAlphaNone);
+  std::copy(p.data, p.data + p.stride * p.height, d->pixels().data);
+  return d;
+}
+
+// A random drawing state, applied the same way to both destinations.
+struct State {
+  CGBlendMode mode;
+  double alpha;
+  CGInterpolationQuality quality;
+  CGAffineTransform ctm;
+  CGImageRef mask;
+  CGRect maskRect;
+
+  static State random(Random& r, int w, int h, bool rotate) {
+    State s;
+    s.mode = r.chance(0.4) ? kCGBlendModeNormal : CGBlendMode(r.range(0, kCGBlendModeCount - 1));
+    s.alpha = r.chance(0.6) ? 1.0 : r.real(0, 1);
+    s.quality = r.chance(0.5) ? kCGInterpolationNone : r.chance(0.5) ? kCGInterpolationHigh : kCGInterpolationDefault;
+    s.ctm = CGAffineTransformIdentity;
+    if (r.chance(0.5)) s.ctm = CGAffineTransformTranslate(s.ctm, r.coordinate(-10, 10), r.coordinate(-10, 10));
+    if (r.chance(0.4)) s.ctm = CGAffineTransformScale(s.ctm, r.coordinate(-3, 3), r.coordinate(-3, 3));
+    if (rotate) s.ctm = CGAffineTransformRotate(s.ctm, r.real(-3.2, 3.2));
+    if (r.chance(0.3)) {
+      s.mask = CGBitmapContextCreateImage(randomContext(r, r.range(1, w), r.range(1, h), PixelFormat::RGBX));
+      s.maskRect = CGRectMake(r.coordinate(-5, w), r.coordinate(-5, h), r.coordinate(1, w + 5), r.coordinate(1, h + 5));
+    }
+    return s;
+  }
+  void apply(const CGContextRef& c) const {
+    CGContextSetBlendMode(c, mode);
+    CGContextSetAlpha(c, alpha);
+    CGContextSetInterpolationQuality(c, quality);
+    if (mask) CGContextClipToMask(c, maskRect, mask);
+    CGContextConcatCTM(c, ctm);
+  }
+};
+
+TEST(FastPaths, ImageDrawsMatchTheGeneralPath) {
+  Random r(20261121);
+  int compared = 0;
+  for (int iteration = 0; iteration < 1500; ++iteration) {
+    const int w = r.range(1, 48), h = r.range(1, 48);
+    const PixelFormat df = randomFormat(r);
+    auto fast = randomContext(r, w, h, df);
+    auto slow = copyOf(fast);
+    const int sw = r.range(1, 40), sh = r.range(1, 40);
+    CGImageRef image = CGBitmapContextCreateImage(randomContext(r, sw, sh, randomFormat(r)));
+    if (r.chance(0.3)) {
+      image = CGImageCreateWithImageInRect(image, CGRectMake(r.range(0, sw - 1), r.range(0, sh - 1), r.range(1, sw), r.range(1, sh)));
+    }
+    const State s = State::random(r, w, h, r.chance(0.15));
+    const CGRect rect = CGRectMake(r.coordinate(-20, w), r.coordinate(-20, h), r.coordinate(-60, 80), r.coordinate(-60, 80));
+    s.apply(fast);
+    s.apply(slow);
+    CGContextDrawImage(fast, rect, image);
+    {
+      FastPathsOff off;
+      CGContextDrawImage(slow, rect, image);
+    }
+    ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
+    ++compared;
+  }
+  EXPECT_EQ(compared, 1500);
+}
+
+TEST(FastPaths, LayerCompositesMatchTheGeneralPath) {
+  Random r(7);
+  for (int iteration = 0; iteration < 300; ++iteration) {
+    const int w = r.range(1, 64), h = r.range(1, 64);
+    auto fast = randomContext(r, w, h, PixelFormat::RGBX);
+    auto slow = copyOf(fast);
+    auto layer = CGLayerCreateWithContext(fast, CGSizeMake(w, h), nullptr);
+    auto layerPixels = randomContext(r, w, h, PixelFormat::RGBA);
+    CGContextDrawImage(CGLayerGetContext(layer), CGRectMake(0, 0, w, h), CGBitmapContextCreateImage(layerPixels));
+    const State s = State::random(r, w, h, false);
+    s.apply(fast);
+    s.apply(slow);
+    const CGPoint at = r.chance(0.7) ? CGPointZero : CGPointMake(r.coordinate(-w, w), r.coordinate(-h, h));
+    CGContextDrawLayerAtPoint(fast, at, layer);
+    {
+      FastPathsOff off;
+      CGContextDrawLayerAtPoint(slow, at, layer);
+    }
+    ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
+  }
+}
+
+TEST(FastPaths, RectangleFillsMatchTheRasterizer) {
+  Random r(99);
+  for (int iteration = 0; iteration < 1000; ++iteration) {
+    const int w = r.range(1, 40), h = r.range(1, 40);
+    auto fast = randomContext(r, w, h, kFormats[r.range(0, 2)]);
+    auto slow = copyOf(fast);
+    State s = State::random(r, w, h, false);
+    const bool clear = r.chance(0.2);
+    const CGRect rect = CGRectMake(r.coordinate(-10, w), r.coordinate(-10, h), r.coordinate(-30, 50), r.coordinate(-30, 50));
+    const double color[4] = {r.real(0, 1), r.real(0, 1), r.real(0, 1), r.chance(0.6) ? 1.0 : r.real(0, 1)};
+    for (auto* c : {&fast, &slow}) {
+      s.apply(*c);
+      CGContextSetRGBFillColor(*c, color[0], color[1], color[2], color[3]);
+    }
+    auto paint = [&](const CGContextRef& c) { clear ? CGContextClearRect(c, rect) : CGContextFillRect(c, rect); };
+    paint(fast);
+    {
+      FastPathsOff off;
+      paint(slow);
+    }
+    ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
+  }
+}
+
+}  // namespace
+}  // namespace zorvex
