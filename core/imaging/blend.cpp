@@ -3,205 +3,228 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <utility>
 
 namespace zorvex::raster {
 namespace {
 
+// Pixels travel through the compositor as 32-bit words, R in the low byte, then G, B and A, so that
+// each loop below works on whole pixels in 32-bit lanes and vectorises. Chunks of kChunk pixels are
+// unpacked into arrays of floats for the modes defined on real numbers.
+constexpr int kChunk = 64;
+
+inline uint32_t pack(uint32_t r, uint32_t g, uint32_t b, uint32_t a) { return r | g << 8 | b << 16 | a << 24; }
+inline uint32_t ch(uint32_t v, int k) { return (v >> (8 * k)) & 255u; }
+inline uint32_t word(RGBA8 p) { return pack(p.r, p.g, p.b, p.a); }
+inline RGBA8 rgba(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}; }
+
 // ----- The blend modes -----
 //
 // Separable modes follow the PDF definition on premultiplied values: with source sc, sa and backdrop
 // dc, da, the result is  sc (1 - da) + dc (1 - sa) + sa da B(dc / da, sc / sa),  and its alpha is
-// sa + da - sa da. Each B below is written in its premultiplied form, sa da B(...), where that is
-// simpler. Channels are floats in 0..1.
+// sa + da - sa da. Each `premul` below is the last term written out, sa da B(...), in whatever form is
+// simplest. Every formula is branch-free (both sides computed, one selected) so that it vectorises.
 
-struct F4 {
-  float r, g, b, a;
-};
-
-inline F4 toF4(RGBA8 p) {
-  constexpr float k = 1.0f / 255.0f;
-  return {p.r * k, p.g * k, p.b * k, p.a * k};
+inline float unpremul(float c, float a) {
+  const float q = c / a;
+  return a > 0 ? std::min(q, 1.0f) : 0.0f;  // clamped: malformed premultiplied input stays in 0..1
 }
-inline uint8_t toByte(float v) {
-  v = std::clamp(v, 0.0f, 1.0f);
-  return static_cast<uint8_t>(v * 255.0f + 0.5f);
-}
-inline RGBA8 toRGBA8(F4 v) { return {toByte(v.r), toByte(v.g), toByte(v.b), toByte(v.a)}; }
-
-// Unpremultiplied channel, clamped so that malformed premultiplied input can't leave 0..1.
-inline float unpremul(float c, float a) { return a > 0 ? std::min(c / a, 1.0f) : 0.0f; }
-
-template <class B>
-inline F4 separable(F4 s, F4 d, B blendPremul) {
-  auto ch = [&](float sc, float dc) { return sc * (1 - d.a) + dc * (1 - s.a) + blendPremul(sc, dc, s.a, d.a); };
-  return {ch(s.r, d.r), ch(s.g, d.g), ch(s.b, d.b), s.a + d.a - s.a * d.a};
-}
-// The same for modes defined on unpremultiplied values: B(backdrop, source).
-template <class B>
-inline F4 separableUnpremul(F4 s, F4 d, B blend) {
-  return separable(s, d, [&](float sc, float dc, float sa, float da) {
-    return sa * da * blend(unpremul(dc, da), unpremul(sc, sa));
-  });
+inline float softLightD(float x) {
+  const float root = std::sqrt(x);
+  return x <= 0.25f ? ((16 * x - 12) * x + 4) * x : root;
 }
 
-inline float softLightD(float x) { return x <= 0.25f ? ((16 * x - 12) * x + 4) * x : std::sqrt(x); }
+template <int M>
+inline float premulTerm(float sc, float dc, float sa, float da) {
+  if constexpr (M == kCGBlendModeMultiply) {
+    return sc * dc;
+  } else if constexpr (M == kCGBlendModeScreen) {
+    return sc * da + dc * sa - sc * dc;
+  } else if constexpr (M == kCGBlendModeOverlay) {
+    return 2 * dc <= da ? 2 * sc * dc : sa * da - 2 * (da - dc) * (sa - sc);
+  } else if constexpr (M == kCGBlendModeDarken) {
+    return std::min(sc * da, dc * sa);
+  } else if constexpr (M == kCGBlendModeLighten) {
+    return std::max(sc * da, dc * sa);
+  } else if constexpr (M == kCGBlendModeHardLight) {
+    return 2 * sc <= sa ? 2 * sc * dc : sa * da - 2 * (da - dc) * (sa - sc);
+  } else if constexpr (M == kCGBlendModeDifference) {
+    return sc * da + dc * sa - 2 * std::min(sc * da, dc * sa);
+  } else if constexpr (M == kCGBlendModeExclusion) {
+    return sc * da + dc * sa - 2 * sc * dc;
+  } else {
+    // Modes defined on unpremultiplied values: B(backdrop b, source c).
+    const float b = unpremul(dc, da), c = unpremul(sc, sa);
+    float B;
+    if constexpr (M == kCGBlendModeColorDodge) {
+      const float q = std::min(1.0f, b / (1 - c));
+      B = b <= 0 ? 0.0f : c >= 1 ? 1.0f : q;
+    } else if constexpr (M == kCGBlendModeColorBurn) {
+      const float q = 1 - std::min(1.0f, (1 - b) / c);
+      B = b >= 1 ? 1.0f : c <= 0 ? 0.0f : q;
+    } else {
+      static_assert(M == kCGBlendModeSoftLight);
+      B = c <= 0.5f ? b - (1 - 2 * c) * b * (1 - b) : b + (2 * c - 1) * (softLightD(b) - b);
+    }
+    return sa * da * B;
+  }
+}
 
 // Non-separable modes, on unpremultiplied colours (PDF: Lum, ClipColor, SetLum, Sat, SetSat).
 struct C3 {
   float r, g, b;
 };
 inline float lum(C3 c) { return 0.3f * c.r + 0.59f * c.g + 0.11f * c.b; }
+inline float min3(C3 c) { return std::min(std::min(c.r, c.g), c.b); }
+inline float max3(C3 c) { return std::max(std::max(c.r, c.g), c.b); }
 inline C3 clipColor(C3 c) {
-  const float l = lum(c);
-  const float n = std::min({c.r, c.g, c.b});
-  const float x = std::max({c.r, c.g, c.b});
-  if (n < 0 && l - n > 0) {
-    c = {l + (c.r - l) * l / (l - n), l + (c.g - l) * l / (l - n), l + (c.b - l) * l / (l - n)};
-  }
-  if (x > 1 && x - l > 0) {
-    c = {l + (c.r - l) * (1 - l) / (x - l), l + (c.g - l) * (1 - l) / (x - l), l + (c.b - l) * (1 - l) / (x - l)};
-  }
-  return c;
+  const float l = lum(c), n = min3(c), x = max3(c);
+  const bool low = n < 0 && l - n > 0, high = x > 1 && x - l > 0;
+  const float kl = l / (l - n);
+  C3 d{low ? l + (c.r - l) * kl : c.r, low ? l + (c.g - l) * kl : c.g, low ? l + (c.b - l) * kl : c.b};
+  const float kh = (1 - l) / (x - l);
+  return {high ? l + (d.r - l) * kh : d.r, high ? l + (d.g - l) * kh : d.g, high ? l + (d.b - l) * kh : d.b};
 }
 inline C3 setLum(C3 c, float l) {
   const float d = l - lum(c);
   return clipColor({c.r + d, c.g + d, c.b + d});
 }
-inline float sat(C3 c) { return std::max({c.r, c.g, c.b}) - std::min({c.r, c.g, c.b}); }
+inline float sat(C3 c) { return max3(c) - min3(c); }
+// The largest channel becomes s, the smallest 0, the middle one in proportion; all 0 for a grey.
 inline C3 setSat(C3 c, float s) {
-  float* ch[3] = {&c.r, &c.g, &c.b};
-  std::sort(ch, ch + 3, [](const float* a, const float* b) { return *a < *b; });
-  float &mn = *ch[0], &mid = *ch[1], &mx = *ch[2];
-  if (mx > mn) {
-    mid = (mid - mn) * s / (mx - mn);
-    mx = s;
-  } else {
-    mid = mx = 0;
-  }
-  mn = 0;
-  return c;
-}
-
-template <class B>
-inline F4 nonSeparable(F4 s, F4 d, B blend) {
-  const C3 sc{unpremul(s.r, s.a), unpremul(s.g, s.a), unpremul(s.b, s.a)};
-  const C3 dc{unpremul(d.r, d.a), unpremul(d.g, d.a), unpremul(d.b, d.a)};
-  const C3 b = blend(sc, dc);
-  const float k = s.a * d.a;
-  return {s.r * (1 - d.a) + d.r * (1 - s.a) + k * b.r, s.g * (1 - d.a) + d.g * (1 - s.a) + k * b.g,
-          s.b * (1 - d.a) + d.b * (1 - s.a) + k * b.b, s.a + d.a - s.a * d.a};
-}
-
-// Porter-Duff: result = s * Fa + d * Fb, on all four channels.
-inline F4 porterDuff(F4 s, F4 d, float fa, float fb) {
-  return {s.r * fa + d.r * fb, s.g * fa + d.g * fb, s.b * fa + d.b * fb, s.a * fa + d.a * fb};
+  const float mn = min3(c), mx = max3(c);
+  const float k = s / (mx - mn);
+  auto one = [&](float v) {
+    const float mid = (v - mn) * k;
+    return mx > mn ? (v == mx ? s : v == mn ? 0.0f : mid) : 0.0f;
+  };
+  return {one(c.r), one(c.g), one(c.b)};
 }
 
 template <int M>
-inline RGBA8 blendT(RGBA8 s8, RGBA8 d8) {
+inline C3 nonSeparableBlend(C3 s, C3 d) {
+  if constexpr (M == kCGBlendModeHue) return setLum(setSat(s, sat(d)), lum(d));
+  else if constexpr (M == kCGBlendModeSaturation) return setLum(setSat(d, sat(s)), lum(d));
+  else if constexpr (M == kCGBlendModeColor) return setLum(s, lum(d));
+  else return setLum(d, lum(s));
+}
+
+inline uint32_t toByte(float v) { return uint32_t(std::clamp(v, 0.0f, 1.0f) * 255.0f + 0.5f); }
+
+struct FloatChunk {
+  float sr[kChunk], sg[kChunk], sb[kChunk], sa[kChunk];
+  float dr[kChunk], dg[kChunk], db[kChunk], da[kChunk];
+};
+inline void unpack(const uint32_t* v, int n, float* r, float* g, float* b, float* a) {
+  constexpr float k = 1.0f / 255.0f;
+  for (int i = 0; i < n; ++i) {
+    r[i] = float(ch(v[i], 0)) * k;
+    g[i] = float(ch(v[i], 1)) * k;
+    b[i] = float(ch(v[i], 2)) * k;
+    a[i] = float(ch(v[i], 3)) * k;
+  }
+}
+
+// The blend of n source words over n destination words, into `out`.
+template <int M>
+void blendChunk(const uint32_t* s, const uint32_t* d, uint32_t* out, int n) {
   if constexpr (M == kCGBlendModeNormal) {
-    // s + d (1 - sa), in exact integer arithmetic.
-    const uint32_t inv = 255 - s8.a;
-    auto ch = [&](uint8_t s, uint8_t d) { return static_cast<uint8_t>(std::min<uint32_t>(255, s + div255(d * inv))); };
-    return {ch(s8.r, d8.r), ch(s8.g, d8.g), ch(s8.b, d8.b), ch(s8.a, d8.a)};
-  } else if constexpr (M == kCGBlendModeCopy) {
-    return s8;
-  } else if constexpr (M == kCGBlendModeClear) {
-    return {0, 0, 0, 0};
-  } else {
-    const F4 s = toF4(s8), d = toF4(d8);
-    F4 r{};
-    if constexpr (M == kCGBlendModeMultiply) {
-      r = separable(s, d, [](float sc, float dc, float, float) { return sc * dc; });
-    } else if constexpr (M == kCGBlendModeScreen) {
-      r = separable(s, d, [](float sc, float dc, float sa, float da) { return sc * da + dc * sa - sc * dc; });
-    } else if constexpr (M == kCGBlendModeOverlay) {
-      r = separable(s, d, [](float sc, float dc, float sa, float da) {
-        return 2 * dc <= da ? 2 * sc * dc : sa * da - 2 * (da - dc) * (sa - sc);
-      });
-    } else if constexpr (M == kCGBlendModeDarken) {
-      r = separable(s, d, [](float sc, float dc, float sa, float da) { return std::min(sc * da, dc * sa); });
-    } else if constexpr (M == kCGBlendModeLighten) {
-      r = separable(s, d, [](float sc, float dc, float sa, float da) { return std::max(sc * da, dc * sa); });
-    } else if constexpr (M == kCGBlendModeColorDodge) {
-      r = separableUnpremul(s, d, [](float b, float c) {
-        return b <= 0 ? 0.0f : c >= 1 ? 1.0f : std::min(1.0f, b / (1 - c));
-      });
-    } else if constexpr (M == kCGBlendModeColorBurn) {
-      r = separableUnpremul(s, d, [](float b, float c) {
-        return b >= 1 ? 1.0f : c <= 0 ? 0.0f : 1 - std::min(1.0f, (1 - b) / c);
-      });
-    } else if constexpr (M == kCGBlendModeSoftLight) {
-      r = separableUnpremul(s, d, [](float b, float c) {
-        return c <= 0.5f ? b - (1 - 2 * c) * b * (1 - b) : b + (2 * c - 1) * (softLightD(b) - b);
-      });
-    } else if constexpr (M == kCGBlendModeHardLight) {
-      r = separable(s, d, [](float sc, float dc, float sa, float da) {
-        return 2 * sc <= sa ? 2 * sc * dc : sa * da - 2 * (da - dc) * (sa - sc);
-      });
-    } else if constexpr (M == kCGBlendModeDifference) {
-      r = separable(s, d, [](float sc, float dc, float sa, float da) {
-        return sc * da + dc * sa - 2 * std::min(sc * da, dc * sa);
-      });
-    } else if constexpr (M == kCGBlendModeExclusion) {
-      r = separable(s, d, [](float sc, float dc, float sa, float da) { return sc * da + dc * sa - 2 * sc * dc; });
-    } else if constexpr (M == kCGBlendModeHue) {
-      r = nonSeparable(s, d, [](C3 sc, C3 dc) { return setLum(setSat(sc, sat(dc)), lum(dc)); });
-    } else if constexpr (M == kCGBlendModeSaturation) {
-      r = nonSeparable(s, d, [](C3 sc, C3 dc) { return setLum(setSat(dc, sat(sc)), lum(dc)); });
-    } else if constexpr (M == kCGBlendModeColor) {
-      r = nonSeparable(s, d, [](C3 sc, C3 dc) { return setLum(sc, lum(dc)); });
-    } else if constexpr (M == kCGBlendModeLuminosity) {
-      r = nonSeparable(s, d, [](C3 sc, C3 dc) { return setLum(dc, lum(sc)); });
-    } else if constexpr (M == kCGBlendModeSourceIn) {
-      r = porterDuff(s, d, d.a, 0);
-    } else if constexpr (M == kCGBlendModeSourceOut) {
-      r = porterDuff(s, d, 1 - d.a, 0);
-    } else if constexpr (M == kCGBlendModeSourceAtop) {
-      r = porterDuff(s, d, d.a, 1 - s.a);
-    } else if constexpr (M == kCGBlendModeDestinationOver) {
-      r = porterDuff(s, d, 1 - d.a, 1);
-    } else if constexpr (M == kCGBlendModeDestinationIn) {
-      r = porterDuff(s, d, 0, s.a);
-    } else if constexpr (M == kCGBlendModeDestinationOut) {
-      r = porterDuff(s, d, 0, 1 - s.a);
-    } else if constexpr (M == kCGBlendModeDestinationAtop) {
-      r = porterDuff(s, d, 1 - d.a, s.a);
-    } else if constexpr (M == kCGBlendModeXOR) {
-      r = porterDuff(s, d, 1 - d.a, 1 - s.a);
-    } else if constexpr (M == kCGBlendModePlusDarker) {
-      // R = max(0, 1 - ((1 - D) + (1 - S))), on each premultiplied channel.
-      auto ch = [](float sc, float dc) { return std::max(0.0f, 1 - ((1 - dc) + (1 - sc))); };
-      r = {ch(s.r, d.r), ch(s.g, d.g), ch(s.b, d.b), ch(s.a, d.a)};
-    } else if constexpr (M == kCGBlendModePlusLighter) {
-      // R = min(1, S + D), on each premultiplied channel.
-      auto ch = [](float sc, float dc) { return std::min(1.0f, sc + dc); };
-      r = {ch(s.r, d.r), ch(s.g, d.g), ch(s.b, d.b), ch(s.a, d.a)};
+    // s + d (1 - sa), exact in integers; saturated so malformed input can't spill into a neighbour.
+    for (int i = 0; i < n; ++i) {
+      const uint32_t inv = 255 - ch(s[i], 3);
+      uint32_t r[4];
+      for (int k = 0; k < 4; ++k) r[k] = std::min(255u, ch(s[i], k) + div255(ch(d[i], k) * inv));
+      out[i] = pack(r[0], r[1], r[2], r[3]);
     }
-    return toRGBA8(r);
+  } else if constexpr (M == kCGBlendModeCopy) {
+    std::memcpy(out, s, sizeof(uint32_t) * size_t(n));
+  } else if constexpr (M == kCGBlendModeClear) {
+    std::fill(out, out + n, 0u);
+  } else {
+    FloatChunk f;
+    unpack(s, n, f.sr, f.sg, f.sb, f.sa);
+    unpack(d, n, f.dr, f.dg, f.db, f.da);
+    for (int i = 0; i < n; ++i) {
+      const float sa = f.sa[i], da = f.da[i];
+      float r, g, b, a;
+      if constexpr (M >= kCGBlendModeMultiply && M <= kCGBlendModeExclusion) {
+        auto sep = [&](float sc, float dc) { return sc * (1 - da) + dc * (1 - sa) + premulTerm<M>(sc, dc, sa, da); };
+        r = sep(f.sr[i], f.dr[i]);
+        g = sep(f.sg[i], f.dg[i]);
+        b = sep(f.sb[i], f.db[i]);
+        a = sa + da - sa * da;
+      } else if constexpr (M >= kCGBlendModeHue && M <= kCGBlendModeLuminosity) {
+        const C3 sc{unpremul(f.sr[i], sa), unpremul(f.sg[i], sa), unpremul(f.sb[i], sa)};
+        const C3 dc{unpremul(f.dr[i], da), unpremul(f.dg[i], da), unpremul(f.db[i], da)};
+        const C3 B = nonSeparableBlend<M>(sc, dc);
+        const float k = sa * da;
+        r = f.sr[i] * (1 - da) + f.dr[i] * (1 - sa) + k * B.r;
+        g = f.sg[i] * (1 - da) + f.dg[i] * (1 - sa) + k * B.g;
+        b = f.sb[i] * (1 - da) + f.db[i] * (1 - sa) + k * B.b;
+        a = sa + da - sa * da;
+      } else if constexpr (M >= kCGBlendModeSourceIn && M <= kCGBlendModeXOR) {
+        // Porter-Duff: s Fa + d Fb on all four channels.
+        float fa = 0, fb = 0;
+        if constexpr (M == kCGBlendModeSourceIn) fa = da;
+        if constexpr (M == kCGBlendModeSourceOut) fa = 1 - da;
+        if constexpr (M == kCGBlendModeSourceAtop) fa = da, fb = 1 - sa;
+        if constexpr (M == kCGBlendModeDestinationOver) fa = 1 - da, fb = 1;
+        if constexpr (M == kCGBlendModeDestinationIn) fb = sa;
+        if constexpr (M == kCGBlendModeDestinationOut) fb = 1 - sa;
+        if constexpr (M == kCGBlendModeDestinationAtop) fa = 1 - da, fb = sa;
+        if constexpr (M == kCGBlendModeXOR) fa = 1 - da, fb = 1 - sa;
+        r = f.sr[i] * fa + f.dr[i] * fb;
+        g = f.sg[i] * fa + f.dg[i] * fb;
+        b = f.sb[i] * fa + f.db[i] * fb;
+        a = sa * fa + da * fb;
+      } else if constexpr (M == kCGBlendModePlusDarker) {
+        // R = max(0, 1 - ((1 - D) + (1 - S))), on each premultiplied channel.
+        auto pd = [](float sc, float dc) { return std::max(0.0f, 1 - ((1 - dc) + (1 - sc))); };
+        r = pd(f.sr[i], f.dr[i]);
+        g = pd(f.sg[i], f.dg[i]);
+        b = pd(f.sb[i], f.db[i]);
+        a = pd(sa, da);
+      } else {
+        static_assert(M == kCGBlendModePlusLighter);
+        // R = min(1, S + D), on each premultiplied channel.
+        auto pl = [](float sc, float dc) { return std::min(1.0f, sc + dc); };
+        r = pl(f.sr[i], f.dr[i]);
+        g = pl(f.sg[i], f.dg[i]);
+        b = pl(f.sb[i], f.db[i]);
+        a = pl(sa, da);
+      }
+      out[i] = pack(toByte(r), toByte(g), toByte(b), toByte(a));
+    }
   }
 }
 
 // ----- Layouts -----
 
 template <PixelFormat F>
-inline RGBA8 loadT(const uint8_t* p) {
-  if constexpr (F == PixelFormat::RGBX) return {p[0], p[1], p[2], 255};
-  else if constexpr (F == PixelFormat::RGBA) return {p[0], p[1], p[2], p[3]};
-  else if constexpr (F == PixelFormat::ARGB) return {p[1], p[2], p[3], p[0]};
-  else return {p[0], p[0], p[0], 255};
+inline void loadWords(const uint8_t* p, int n, uint32_t* out) {
+  if constexpr (F == PixelFormat::Gray) {
+    for (int i = 0; i < n; ++i) out[i] = uint32_t(p[i]) * 0x010101u | 0xFF000000u;
+  } else {
+    std::memcpy(out, p, sizeof(uint32_t) * size_t(n));
+    if constexpr (F == PixelFormat::RGBX) {
+      for (int i = 0; i < n; ++i) out[i] |= 0xFF000000u;
+    } else if constexpr (F == PixelFormat::ARGB) {
+      for (int i = 0; i < n; ++i) out[i] = out[i] >> 8 | out[i] << 24;
+    }
+  }
 }
 template <PixelFormat F>
-inline void storeT(uint8_t* p, RGBA8 v) {
-  if constexpr (F == PixelFormat::RGBX) {
-    p[0] = v.r; p[1] = v.g; p[2] = v.b; p[3] = 255;
-  } else if constexpr (F == PixelFormat::RGBA) {
-    p[0] = v.r; p[1] = v.g; p[2] = v.b; p[3] = v.a;
-  } else if constexpr (F == PixelFormat::ARGB) {
-    p[0] = v.a; p[1] = v.r; p[2] = v.g; p[3] = v.b;
+inline void storeWords(uint8_t* p, int n, uint32_t* v) {
+  if constexpr (F == PixelFormat::Gray) {
+    for (int i = 0; i < n; ++i) p[i] = uint8_t((ch(v[i], 0) * 77 + ch(v[i], 1) * 150 + ch(v[i], 2) * 29 + 128) >> 8);
   } else {
-    p[0] = static_cast<uint8_t>((v.r * 77 + v.g * 150 + v.b * 29 + 128) >> 8);
+    if constexpr (F == PixelFormat::RGBX) {
+      for (int i = 0; i < n; ++i) v[i] |= 0xFF000000u;
+    } else if constexpr (F == PixelFormat::ARGB) {
+      for (int i = 0; i < n; ++i) v[i] = v[i] << 8 | v[i] >> 24;
+    }
+    std::memcpy(p, v, sizeof(uint32_t) * size_t(n));
   }
 }
 
@@ -209,24 +232,35 @@ inline void storeT(uint8_t* p, RGBA8 v) {
 
 using SpanFn = void (*)(uint8_t* dst, int32_t n, const RGBA8* src, bool solid, const uint8_t* cov, uint8_t alpha);
 
+// Each chunk: the destination words, the blend, then each pixel moved from the destination toward the
+// blend by its strength, coverage * alpha / 255.
 template <int M, PixelFormat F>
 void spanT(uint8_t* dst, int32_t n, const RGBA8* src, bool solid, const uint8_t* cov, uint8_t alpha) {
   constexpr int bpp = bytesPerPixel(F);
-  for (int32_t i = 0; i < n; ++i, dst += bpp) {
-    const uint32_t strength = cov ? div255(cov[i] * uint32_t{alpha}) : alpha;
-    if (strength == 0) continue;
-    const RGBA8 d = loadT<F>(dst);
-    const RGBA8 r = blendT<M>(solid ? src[0] : src[i], d);
-    storeT<F>(dst, strength == 255 ? r : lerpPixel(d, r, strength));
+  uint32_t s[kChunk], d[kChunk], r[kChunk];
+  if (solid) std::fill(s, s + kChunk, word(src[0]));
+  for (int32_t at = 0; at < n; at += kChunk) {
+    const int m = int(std::min<int32_t>(kChunk, n - at));
+    if (!solid) std::memcpy(s, src + at, sizeof(uint32_t) * size_t(m));
+    loadWords<F>(dst + at * bpp, m, d);
+    blendChunk<M>(s, d, r, m);
+    if (cov || alpha != 255) {
+      uint32_t strength[kChunk];
+      if (cov) {
+        for (int i = 0; i < m; ++i) strength[i] = div255(cov[at + i] * uint32_t{alpha});
+      } else {
+        std::fill(strength, strength + m, uint32_t{alpha});
+      }
+      for (int i = 0; i < m; ++i) {
+        const uint32_t inv = 255 - strength[i];
+        r[i] = pack(div255(ch(r[i], 0) * strength[i] + ch(d[i], 0) * inv),
+                    div255(ch(r[i], 1) * strength[i] + ch(d[i], 1) * inv),
+                    div255(ch(r[i], 2) * strength[i] + ch(d[i], 2) * inv),
+                    div255(ch(r[i], 3) * strength[i] + ch(d[i], 3) * inv));
+      }
+    }
+    storeWords<F>(dst + at * bpp, m, r);
   }
-}
-
-// The common case of a layer over the surface, or an opaque picture over anything, under the normal
-// mode at full strength: no coverage, so no test per pixel.
-template <PixelFormat F>
-void normalOpaqueSpanT(uint8_t* dst, int32_t n, const RGBA8* src) {
-  constexpr int bpp = bytesPerPixel(F);
-  for (int32_t i = 0; i < n; ++i, dst += bpp) storeT<F>(dst, blendT<kCGBlendModeNormal>(src[i], loadT<F>(dst)));
 }
 
 template <int M>
@@ -240,79 +274,70 @@ constexpr std::array<std::array<SpanFn, 4>, sizeof...(M)> spanTable(std::index_s
 }
 constexpr auto kSpanTable = spanTable(std::make_index_sequence<kCGBlendModeCount>{});
 
-using BlendFn = RGBA8 (*)(RGBA8, RGBA8);
+using BlendFn = void (*)(const uint32_t*, const uint32_t*, uint32_t*, int);
 template <size_t... M>
 constexpr std::array<BlendFn, sizeof...(M)> blendTable(std::index_sequence<M...>) {
-  return {&blendT<M>...};
+  return {&blendChunk<M>...};
 }
 constexpr auto kBlendTable = blendTable(std::make_index_sequence<kCGBlendModeCount>{});
 
 template <PixelFormat F>
 void clearT(uint8_t* dst, int32_t n, const uint8_t* cov) {
   constexpr int bpp = bytesPerPixel(F);
-  for (int32_t i = 0; i < n; ++i, dst += bpp) {
-    const uint32_t strength = cov ? cov[i] : 255;
-    if (strength == 0) continue;
-    storeT<F>(dst, lerpPixel(loadT<F>(dst), {0, 0, 0, 0}, strength));
+  uint32_t d[kChunk];
+  for (int32_t at = 0; at < n; at += kChunk) {
+    const int m = int(std::min<int32_t>(kChunk, n - at));
+    loadWords<F>(dst + at * bpp, m, d);
+    for (int i = 0; i < m; ++i) {
+      const uint32_t inv = 255 - (cov ? cov[at + i] : 255u);
+      d[i] = pack(div255(ch(d[i], 0) * inv), div255(ch(d[i], 1) * inv), div255(ch(d[i], 2) * inv),
+                  div255(ch(d[i], 3) * inv));
+    }
+    storeWords<F>(dst + at * bpp, m, d);
   }
 }
 
 }  // namespace
 
 RGBA8 blendPixel(CGBlendMode mode, RGBA8 s, RGBA8 d) {
-  return kBlendTable[static_cast<size_t>(mode) < kBlendTable.size() ? mode : kCGBlendModeNormal](s, d);
+  const uint32_t sw = word(s), dw = word(d);
+  uint32_t r;
+  kBlendTable[size_t(mode) < kBlendTable.size() ? size_t(mode) : 0](&sw, &dw, &r, 1);
+  return rgba(r);
 }
 
 RGBA8 loadPixel(PixelFormat f, const uint8_t* p) {
-  switch (f) {
-    case PixelFormat::RGBX: return loadT<PixelFormat::RGBX>(p);
-    case PixelFormat::RGBA: return loadT<PixelFormat::RGBA>(p);
-    case PixelFormat::ARGB: return loadT<PixelFormat::ARGB>(p);
-    case PixelFormat::Gray: return loadT<PixelFormat::Gray>(p);
-  }
-  return {};
+  RGBA8 out{};
+  loadRow(f, p, 1, &out);
+  return out;
 }
 
 void storePixel(PixelFormat f, uint8_t* p, RGBA8 v) {
+  uint32_t w = word(v);
   switch (f) {
-    case PixelFormat::RGBX: return storeT<PixelFormat::RGBX>(p, v);
-    case PixelFormat::RGBA: return storeT<PixelFormat::RGBA>(p, v);
-    case PixelFormat::ARGB: return storeT<PixelFormat::ARGB>(p, v);
-    case PixelFormat::Gray: return storeT<PixelFormat::Gray>(p, v);
+    case PixelFormat::RGBX: return storeWords<PixelFormat::RGBX>(p, 1, &w);
+    case PixelFormat::RGBA: return storeWords<PixelFormat::RGBA>(p, 1, &w);
+    case PixelFormat::ARGB: return storeWords<PixelFormat::ARGB>(p, 1, &w);
+    case PixelFormat::Gray: return storeWords<PixelFormat::Gray>(p, 1, &w);
   }
 }
 
 void loadRow(PixelFormat f, const uint8_t* p, int32_t n, RGBA8* out) {
+  static_assert(sizeof(RGBA8) == 4);
+  uint32_t* w = reinterpret_cast<uint32_t*>(out);
   switch (f) {
-    case PixelFormat::RGBX:
-      for (int32_t i = 0; i < n; ++i) out[i] = loadT<PixelFormat::RGBX>(p + 4 * i);
-      return;
-    case PixelFormat::RGBA:
-      for (int32_t i = 0; i < n; ++i) out[i] = loadT<PixelFormat::RGBA>(p + 4 * i);
-      return;
-    case PixelFormat::ARGB:
-      for (int32_t i = 0; i < n; ++i) out[i] = loadT<PixelFormat::ARGB>(p + 4 * i);
-      return;
-    case PixelFormat::Gray:
-      for (int32_t i = 0; i < n; ++i) out[i] = loadT<PixelFormat::Gray>(p + i);
-      return;
+    case PixelFormat::RGBX: return loadWords<PixelFormat::RGBX>(p, n, w);
+    case PixelFormat::RGBA: return loadWords<PixelFormat::RGBA>(p, n, w);
+    case PixelFormat::ARGB: return loadWords<PixelFormat::ARGB>(p, n, w);
+    case PixelFormat::Gray: return loadWords<PixelFormat::Gray>(p, n, w);
   }
 }
 
 void compositeSpan(CGBlendMode mode, const PixelView& dst, int32_t x, int32_t y, int32_t n, const RGBA8* src,
                    bool solid, const uint8_t* coverage, uint8_t alpha) {
   if (n <= 0 || alpha == 0) return;
-  uint8_t* p = dst.at(x, y);
   const size_t m = static_cast<size_t>(mode) < kSpanTable.size() ? static_cast<size_t>(mode) : 0;
-  if (m == kCGBlendModeNormal && !coverage && alpha == 255 && !solid) {
-    switch (dst.format) {
-      case PixelFormat::RGBX: return normalOpaqueSpanT<PixelFormat::RGBX>(p, n, src);
-      case PixelFormat::RGBA: return normalOpaqueSpanT<PixelFormat::RGBA>(p, n, src);
-      case PixelFormat::ARGB: return normalOpaqueSpanT<PixelFormat::ARGB>(p, n, src);
-      case PixelFormat::Gray: return normalOpaqueSpanT<PixelFormat::Gray>(p, n, src);
-    }
-  }
-  kSpanTable[m][static_cast<size_t>(dst.format)](p, n, src, solid, coverage, alpha);
+  kSpanTable[m][static_cast<size_t>(dst.format)](dst.at(x, y), n, src, solid, coverage, alpha);
 }
 
 void clearSpan(const PixelView& dst, int32_t x, int32_t y, int32_t n, const uint8_t* coverage) {

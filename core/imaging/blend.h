@@ -48,6 +48,15 @@ void compositeSpan(CGBlendMode mode, const PixelView& dst, int32_t x, int32_t y,
 // Moves `n` pixels toward transparent black by their coverage (null: all the way).
 void clearSpan(const PixelView& dst, int32_t x, int32_t y, int32_t n, const uint8_t* coverage);
 
+// One pixel of layout F as premultiplied RGBA, inline for per-pixel loops.
+template <PixelFormat F>
+inline RGBA8 loadAs(const uint8_t* p) {
+  if constexpr (F == PixelFormat::RGBX) return {p[0], p[1], p[2], 255};
+  else if constexpr (F == PixelFormat::RGBA) return {p[0], p[1], p[2], p[3]};
+  else if constexpr (F == PixelFormat::ARGB) return {p[1], p[2], p[3], p[0]};
+  else return {p[0], p[0], p[0], 255};
+}
+
 // Converts `n` pixels of a row in layout `f` to premultiplied RGBA.
 void loadRow(PixelFormat f, const uint8_t* p, int32_t n, RGBA8* out);
 

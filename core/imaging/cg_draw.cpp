@@ -57,6 +57,23 @@ struct Taps {
   std::vector<uint32_t> w;
 };
 
+// The bilinear (tent) filter at position `c` on an axis of `n` pixels: weight w0 on `first` and the
+// rest on the next pixel, with the edges clamped. A weight of the whole unit takes one pixel.
+struct Tent {
+  int32_t first;
+  uint32_t w0;
+};
+inline Tent tentAt(double c, int32_t n) {
+  const double p = c - 0.5;
+  const double i0 = std::floor(p);
+  const uint32_t w1 = uint32_t((p - i0) * kOne + 0.5);
+  const int32_t a = int32_t(std::clamp(i0, 0.0, double(n - 1)));
+  const int32_t b = int32_t(std::clamp(i0 + 1, 0.0, double(n - 1)));
+  if (a == b || w1 == 0) return {a, kOne};
+  if (w1 == kOne) return {b, kOne};
+  return {a, kOne - w1};
+}
+
 // `c` is the sample's position on the axis, `scale` the source pixels per buffer pixel, `n` the
 // picture's extent. `average` asks for the footprint average (axis-aligned shrinking).
 void axisTaps(double c, double scale, int32_t n, bool average, Taps& t) {
@@ -80,22 +97,13 @@ void axisTaps(double c, double scale, int32_t n, bool average, Taps& t) {
       return;
     }
   }
-  const double p = c - 0.5;
-  const double i0 = std::floor(p);
-  const uint32_t w1 = uint32_t((p - i0) * kOne + 0.5);
-  const int32_t a = int32_t(std::clamp(i0, 0.0, double(n - 1)));
-  const int32_t b = int32_t(std::clamp(i0 + 1, 0.0, double(n - 1)));
-  t.first = a;
-  if (a == b || w1 == 0) {
-    t.w.push_back(kOne);
-  } else if (w1 == kOne) {
-    t.first = b;
-    t.w.push_back(kOne);
-  } else {
-    t.w.push_back(kOne - w1);
-    t.w.push_back(w1);
-  }
+  const Tent tent = tentAt(c, n);
+  t.first = tent.first;
+  t.w.push_back(tent.w0);
+  if (tent.w0 != kOne) t.w.push_back(kOne - tent.w0);
 }
+
+inline uint8_t roundedByte(uint64_t v) { return uint8_t(std::min<uint64_t>(255, (v + (uint64_t{1} << 31)) >> 32)); }
 
 // The weighted sum of the source pixels under the taps, rounded back to bytes.
 RGBA8 filtered(const PixelView& src, const Taps& tx, const Taps& ty) {
@@ -112,42 +120,88 @@ RGBA8 filtered(const PixelView& src, const Taps& tx, const Taps& ty) {
     }
     for (int k = 0; k < 4; ++k) acc[k] += uint64_t(ty.w[j]) * racc[k];
   }
-  auto byte = [](uint64_t v) { return uint8_t(std::min<uint64_t>(255, (v + (uint64_t{1} << 31)) >> 32)); };
-  return {byte(acc[0]), byte(acc[1]), byte(acc[2]), byte(acc[3])};
+  return {roundedByte(acc[0]), roundedByte(acc[1]), roundedByte(acc[2]), roundedByte(acc[3])};
 }
 
 uint8_t alphaByte(double a) { return uint8_t(std::clamp(a, 0.0, 1.0) * 255.0 + 0.5); }
 
-// One pixel, per the definition above, straight from the inverse mapping.
-void drawGeneral(CGContext& c, const ImageMapping& m, const PixelView& src) {
+// Bilinear on both axes, as `filtered` computes it for two tent taps a side.
+template <PixelFormat F>
+inline RGBA8 bilinear(const PixelView& src, const Tent& tx, const Tent& ty) {
+  constexpr int bpp = bytesPerPixel(F);
+  const int32_t x1 = tx.w0 == kOne ? tx.first : tx.first + 1, y1 = ty.w0 == kOne ? ty.first : ty.first + 1;
+  const uint32_t wx[2] = {tx.w0, kOne - tx.w0}, wy[2] = {ty.w0, kOne - ty.w0};
+  const int32_t xs[2] = {tx.first, x1}, ys[2] = {ty.first, y1};
+  uint64_t acc[4] = {0, 0, 0, 0};
+  for (int j = 0; j < 2; ++j) {
+    if (!wy[j]) continue;
+    const uint8_t* row = src.row(ys[j]);
+    uint32_t racc[4] = {0, 0, 0, 0};
+    for (int i = 0; i < 2; ++i) {
+      if (!wx[i]) continue;
+      const RGBA8 p = loadAs<F>(row + xs[i] * bpp);
+      racc[0] += wx[i] * p.r;
+      racc[1] += wx[i] * p.g;
+      racc[2] += wx[i] * p.b;
+      racc[3] += wx[i] * p.a;
+    }
+    for (int k = 0; k < 4; ++k) acc[k] += uint64_t(wy[j]) * racc[k];
+  }
+  return {roundedByte(acc[0]), roundedByte(acc[1]), roundedByte(acc[2]), roundedByte(acc[3])};
+}
+
+// Each pixel, per the definition above, straight from the inverse mapping.
+template <PixelFormat F>
+void drawGeneralAs(CGContext& c, const ImageMapping& m, const PixelView& src) {
   const GraphicsState& gs = c.state();
   const bool nearest = gs.interpolation == kCGInterpolationNone;
   const double scaleX = std::abs(m.inverse.a), scaleY = std::abs(m.inverse.d);
-  const int32_t n = m.box.x1 - m.box.x0;
-  std::vector<RGBA8> span(static_cast<size_t>(n));
-  std::vector<uint8_t> cov(static_cast<size_t>(n));
+  // Columns in tiles: under a rotation a whole row would read a long diagonal of the source, and
+  // a tile's rows read a small band of it again and again. Each pixel is computed alone, so the
+  // order changes nothing.
+  constexpr int32_t kTile = 64;
+  std::vector<RGBA8> span(kTile);
+  std::vector<uint8_t> cov(kTile);
   Taps tx, ty;
-  for (int32_t y = m.box.y0; y < m.box.y1; ++y) {
-    const uint8_t* clipRow = gs.clip ? gs.clip->row(y) : nullptr;
-    bool any = false;
-    for (int32_t x = m.box.x0; x < m.box.x1; ++x) {
-      const size_t i = size_t(x - m.box.x0);
-      const CGPoint p = sourcePoint(m.inverse, x, y);
-      if (!inside(p.x, src.width) || !inside(p.y, src.height)) {
-        cov[i] = 0;
-        continue;
+  for (int32_t x0 = m.box.x0; x0 < m.box.x1; x0 += kTile) {
+    const int32_t x1 = std::min(m.box.x1, x0 + kTile);
+    for (int32_t y = m.box.y0; y < m.box.y1; ++y) {
+      const uint8_t* clipRow = gs.clip ? gs.clip->row(y) : nullptr;
+      int32_t first = kTile, last = -1;
+      for (int32_t x = x0; x < x1; ++x) {
+        const size_t i = size_t(x - x0);
+        const CGPoint p = sourcePoint(m.inverse, x, y);
+        if (!inside(p.x, src.width) || !inside(p.y, src.height)) {
+          cov[i] = 0;
+          continue;
+        }
+        cov[i] = clipRow ? clipRow[x] : 255;
+        first = std::min(first, int32_t(i));
+        last = int32_t(i);
+        if (nearest) {
+          span[i] = loadAs<F>(src.at(int32_t(p.x), int32_t(p.y)));
+        } else if (!m.axisAligned) {
+          span[i] = bilinear<F>(src, tentAt(p.x, src.width), tentAt(p.y, src.height));
+        } else {
+          axisTaps(p.x, scaleX, src.width, true, tx);
+          axisTaps(p.y, scaleY, src.height, true, ty);
+          span[i] = filtered(src, tx, ty);
+        }
       }
-      cov[i] = clipRow ? clipRow[x] : 255;
-      any = true;
-      if (nearest) {
-        span[i] = loadPixel(src.format, src.at(int32_t(p.x), int32_t(p.y)));
-      } else {
-        axisTaps(p.x, scaleX, src.width, m.axisAligned, tx);
-        axisTaps(p.y, scaleY, src.height, m.axisAligned, ty);
-        span[i] = filtered(src, tx, ty);
+      if (last >= first) {
+        compositeSpan(gs.blendMode, c.pixels(), x0 + first, y, last - first + 1, span.data() + first, false,
+                      cov.data() + first, alphaByte(gs.alpha));
       }
     }
-    if (any) compositeSpan(gs.blendMode, c.pixels(), m.box.x0, y, n, span.data(), false, cov.data(), alphaByte(gs.alpha));
+  }
+}
+
+void drawGeneral(CGContext& c, const ImageMapping& m, const PixelView& src) {
+  switch (src.format) {
+    case PixelFormat::RGBX: return drawGeneralAs<PixelFormat::RGBX>(c, m, src);
+    case PixelFormat::RGBA: return drawGeneralAs<PixelFormat::RGBA>(c, m, src);
+    case PixelFormat::ARGB: return drawGeneralAs<PixelFormat::ARGB>(c, m, src);
+    case PixelFormat::Gray: return drawGeneralAs<PixelFormat::Gray>(c, m, src);
   }
 }
 
@@ -175,34 +229,47 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
   std::vector<int32_t> srcX(static_cast<size_t>(n));
   std::vector<Taps> colTaps;
   int32_t minSrcX = src.width, maxSrcX = 0;
+  bool colsSingle = true;  // every column takes one source column whole
   if (nearest) {
     for (int32_t i = 0; i < n; ++i) srcX[size_t(i)] = int32_t(colPoint[size_t(xa - box.x0 + i)].x);
   } else {
     colTaps.resize(size_t(n));
     for (int32_t i = 0; i < n; ++i) {
-      axisTaps(colPoint[size_t(xa - box.x0 + i)].x, std::abs(m.inverse.a), src.width, true, colTaps[size_t(i)]);
-      minSrcX = std::min(minSrcX, colTaps[size_t(i)].first);
-      maxSrcX = std::max(maxSrcX, colTaps[size_t(i)].first + int32_t(colTaps[size_t(i)].w.size()));
+      Taps& t = colTaps[size_t(i)];
+      axisTaps(colPoint[size_t(xa - box.x0 + i)].x, std::abs(m.inverse.a), src.width, true, t);
+      minSrcX = std::min(minSrcX, t.first);
+      maxSrcX = std::max(maxSrcX, t.first + int32_t(t.w.size()));
+      colsSingle = colsSingle && t.w.size() == 1;
+      srcX[size_t(i)] = t.first;
     }
   }
   // A unit step with no scale: the source run is contiguous.
-  bool contiguous = nearest;
+  bool contiguous = nearest || colsSingle;
   for (int32_t i = 1; contiguous && i < n; ++i) contiguous = srcX[size_t(i)] == srcX[size_t(i - 1)] + 1;
 
   const uint8_t alpha = alphaByte(gs.alpha);
-  const bool opaqueSource = !hasAlpha(src.format);
-  const bool plainCopy = gs.blendMode == kCGBlendModeNormal && alpha == 255 && !gs.clip && opaqueSource &&
+  const bool plainCopy = gs.blendMode == kCGBlendModeNormal && alpha == 255 && !gs.clip &&
                          src.format == PixelFormat::RGBX && c.pixels().format == PixelFormat::RGBX;
 
   std::vector<RGBA8> span(static_cast<size_t>(n));
   std::vector<uint32_t> vsum;  // vertical pass of the smooth filter, 4 channels per source column
+  std::vector<RGBA8> rowBuffer;
   Taps rowTaps;
   for (int32_t y = box.y0; y < box.y1; ++y) {
     const CGPoint p = sourcePoint(m.inverse, box.x0, y);
     if (!inside(p.y, src.height)) continue;
     const uint8_t* clipRow = gs.clip ? gs.clip->row(y) + xa : nullptr;
-    if (nearest) {
-      const uint8_t* srow = src.row(int32_t(p.y));
+    // Nearest neighbour, or a smooth draw whose every tap falls whole on one source pixel (a weight
+    // of 1 gives that pixel exactly): one source pixel per buffer pixel.
+    int32_t sourceRow = int32_t(p.y);
+    bool whole = nearest;
+    if (!nearest) {
+      axisTaps(p.y, std::abs(m.inverse.d), src.height, true, rowTaps);
+      whole = colsSingle && rowTaps.w.size() == 1;
+      sourceRow = rowTaps.first;
+    }
+    if (whole) {
+      const uint8_t* srow = src.row(sourceRow);
       if (plainCopy) {
         // Opaque RGBX onto RGBX under the normal mode: the pixel itself, skipped byte set.
         uint32_t* d = reinterpret_cast<uint32_t*>(c.pixels().at(xa, y));
@@ -226,14 +293,15 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
         for (int32_t i = 0; i < n; ++i) span[size_t(i)] = loadPixel(src.format, srow + srcX[size_t(i)] * bpp);
       }
     } else {
-      axisTaps(p.y, std::abs(m.inverse.d), src.height, true, rowTaps);
       const int32_t w = maxSrcX - minSrcX;
       vsum.assign(size_t(w) * 4, 0);
+      std::vector<RGBA8>& line = rowBuffer;
+      line.resize(size_t(w));
       for (size_t j = 0; j < rowTaps.w.size(); ++j) {
-        const uint8_t* srow = src.row(rowTaps.first + int32_t(j)) + minSrcX * bpp;
+        loadRow(src.format, src.row(rowTaps.first + int32_t(j)) + minSrcX * bpp, w, line.data());
         const uint32_t wy = rowTaps.w[j];
         for (int32_t k = 0; k < w; ++k) {
-          const RGBA8 q = loadPixel(src.format, srow + k * bpp);
+          const RGBA8 q = line[size_t(k)];
           uint32_t* v = &vsum[size_t(k) * 4];
           v[0] += wy * q.r;
           v[1] += wy * q.g;
@@ -248,8 +316,7 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
           const uint32_t* v = &vsum[size_t(t.first - minSrcX + int32_t(k)) * 4];
           for (int ch = 0; ch < 4; ++ch) acc[ch] += uint64_t(t.w[k]) * v[ch];
         }
-        auto byte = [](uint64_t v) { return uint8_t(std::min<uint64_t>(255, (v + (uint64_t{1} << 31)) >> 32)); };
-        span[size_t(i)] = {byte(acc[0]), byte(acc[1]), byte(acc[2]), byte(acc[3])};
+        span[size_t(i)] = {roundedByte(acc[0]), roundedByte(acc[1]), roundedByte(acc[2]), roundedByte(acc[3])};
       }
     }
     compositeSpan(gs.blendMode, c.pixels(), xa, y, n, span.data(), false, clipRow, alpha);

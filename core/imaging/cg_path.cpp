@@ -143,13 +143,29 @@ void fillBufferRect(CGContext& c, double bx0, double by0, double bx1, double by1
   PixelBox box = drawableBox(c, bx0, by0, bx1, by1);
   if (box.empty()) return;
   const int32_t n = box.x1 - box.x0;
-  std::vector<uint32_t> qx(size_t(n), 0);
+  std::vector<uint32_t> qx(static_cast<size_t>(n), 0);
   addSpan(qx, box.x0, box.x1, bx0, bx1);
-  std::vector<uint8_t> cov(static_cast<size_t>(n));
+  // Coverage of a row all of whose sub-scanlines fall inside, worked out once.
+  std::vector<uint8_t> fullRow(static_cast<size_t>(n)), cov(static_cast<size_t>(n));
+  int32_t first = n, last = -1;
+  for (int32_t i = 0; i < n; ++i) {
+    fullRow[size_t(i)] = coverageOf(uint32_t(kSub) * qx[size_t(i)]);
+    if (fullRow[size_t(i)]) {
+      first = std::min(first, i);
+      last = i;
+    }
+  }
+  if (last < first) return;
+  // The run of columns wholly covered.
+  int32_t solidFrom = first, solidTo = last + 1;
+  while (solidFrom < solidTo && fullRow[size_t(solidFrom)] != 255) ++solidFrom;
+  while (solidTo > solidFrom && fullRow[size_t(solidTo - 1)] != 255) --solidTo;
+
   Painter paint{c, color, clear, {}};
   const GraphicsState& gs = c.state();
   const bool solidCopy = !clear && !gs.clip && gs.blendMode == kCGBlendModeNormal && gs.alpha >= 1.0 &&
                          color.a == 255 && c.pixels().format == PixelFormat::RGBX;
+  const uint32_t word = uint32_t(color.r) | uint32_t(color.g) << 8 | uint32_t(color.b) << 16 | 0xFF000000u;
   for (int32_t y = box.y0; y < box.y1; ++y) {
     int sub = 0;
     for (int k = 0; k < kSub; ++k) {
@@ -157,34 +173,20 @@ void fillBufferRect(CGContext& c, double bx0, double by0, double bx1, double by1
       sub += by0 <= yc && by1 > yc;
     }
     if (!sub) continue;
-    int32_t first = n, last = -1;
-    for (int32_t i = 0; i < n; ++i) {
-      cov[size_t(i)] = coverageOf(uint32_t(sub) * qx[size_t(i)]);
-      if (cov[size_t(i)]) {
-        first = std::min(first, i);
-        last = i;
-      }
-    }
-    if (last < first) continue;
-    if (solidCopy) {
-      // Opaque colour under the normal mode: full coverage is a plain store.
+    if (sub == kSub && solidCopy) {
+      // Opaque colour under the normal mode: full coverage is a plain store; the edges blend.
+      if (first < solidFrom) paint(y, box.x0 + first, solidFrom - first, fullRow.data() + first);
       uint32_t* d = reinterpret_cast<uint32_t*>(c.pixels().at(box.x0, y));
-      const uint32_t word = uint32_t(color.r) | uint32_t(color.g) << 8 | uint32_t(color.b) << 16 | 0xFF000000u;
-      int32_t i = first;
-      while (i <= last) {
-        if (cov[size_t(i)] == 255) {
-          int32_t j = i;
-          while (j <= last && cov[size_t(j)] == 255) ++j;
-          std::fill(d + i, d + j, word);
-          i = j;
-        } else {
-          paint(y, box.x0 + i, 1, &cov[size_t(i)]);
-          ++i;
-        }
-      }
+      std::fill(d + solidFrom, d + solidTo, word);
+      if (solidTo <= last) paint(y, box.x0 + solidTo, last + 1 - solidTo, fullRow.data() + solidTo);
       continue;
     }
-    paint(y, box.x0 + first, last - first + 1, cov.data() + first);
+    const uint8_t* rowCov = fullRow.data();
+    if (sub != kSub) {
+      for (int32_t i = first; i <= last; ++i) cov[size_t(i)] = coverageOf(uint32_t(sub) * qx[size_t(i)]);
+      rowCov = cov.data();
+    }
+    paint(y, box.x0 + first, last - first + 1, rowCov + first);
   }
 }
 

@@ -1,8 +1,12 @@
 // Small pictures for the core tests, made by the tests themselves.
 #pragma once
 
+#include <initializer_list>
+#include <utility>
+
 #include "core/imaging/blend.h"
 #include "core/imaging/pixels.h"
+#include "core/stack/controls.h"
 
 namespace zorvex::testing {
 
@@ -44,6 +48,19 @@ inline bool samePixels(const CGContextRef& a, const CGContextRef& b) {
       if (p.row(y)[x] != q.row(y)[x]) return false;
     }
   return true;
+}
+
+// A full control vector of zeros but for the given (index, value) pairs.
+inline ControlValues controlsWith(std::initializer_list<std::pair<size_t, double>> values) {
+  ControlValues c(kControlCount, 0.0);
+  for (auto [i, v] : values) c[i] = v;
+  return c;
+}
+
+// A fresh layer of the surface's size.
+inline CGLayerRef layerFor(const CGContextRef& s) {
+  return CGLayerCreateWithContext(s, CGSizeMake(double(CGBitmapContextGetWidth(s)), double(CGBitmapContextGetHeight(s))),
+                                  nullptr);
 }
 
 }  // namespace zorvex::testing
