@@ -1,7 +1,5 @@
 #include "core/stack/defaults.h"
 
-#include <cmath>
-
 namespace zorvex {
 namespace {
 
