@@ -71,43 +71,65 @@ inline float premulTerm(float sc, float dc, float sa, float da) {
   }
 }
 
-// Non-separable modes, on unpremultiplied colours (PDF: Lum, ClipColor, SetLum, Sat, SetSat).
-struct C3 {
-  float r, g, b;
-};
-inline float lum(C3 c) { return 0.3f * c.r + 0.59f * c.g + 0.11f * c.b; }
-inline float min3(C3 c) { return std::min(std::min(c.r, c.g), c.b); }
-inline float max3(C3 c) { return std::max(std::max(c.r, c.g), c.b); }
-inline C3 clipColor(C3 c) {
-  const float l = lum(c), n = min3(c), x = max3(c);
-  const bool low = n < 0 && l - n > 0, high = x > 1 && x - l > 0;
-  const float kl = l / (l - n);
-  C3 d{low ? l + (c.r - l) * kl : c.r, low ? l + (c.g - l) * kl : c.g, low ? l + (c.b - l) * kl : c.b};
-  const float kh = (1 - l) / (x - l);
-  return {high ? l + (d.r - l) * kh : d.r, high ? l + (d.g - l) * kh : d.g, high ? l + (d.b - l) * kh : d.b};
+// Non-separable modes, on unpremultiplied colours (PDF: Lum, ClipColor, SetLum, Sat, SetSat), written
+// channel by channel on plain floats so that the loop over pixels vectorises.
+inline float lum(float r, float g, float b) { return 0.3f * r + 0.59f * g + 0.11f * b; }
+inline float min3(float r, float g, float b) { return std::min(std::min(r, g), b); }
+inline float max3(float r, float g, float b) { return std::max(std::max(r, g), b); }
+inline void clipColor(float& r, float& g, float& b) {
+  const float l = lum(r, g, b), n = min3(r, g, b), x = max3(r, g, b);
+  const float ql = l / (l - n), qh = (1 - l) / (x - l);
+  // Below 0 the channels are pulled in toward l by kl, above 1 by kh; 1 leaves them be.
+  const float kl = n < 0 && l - n > 0 ? ql : 1.0f;
+  const float kh = x > 1 && x - l > 0 ? qh : 1.0f;
+  auto one = [&](float c) {
+    const float d = kl != 1.0f ? l + (c - l) * kl : c;
+    return kh != 1.0f ? l + (d - l) * kh : d;
+  };
+  r = one(r);
+  g = one(g);
+  b = one(b);
 }
-inline C3 setLum(C3 c, float l) {
-  const float d = l - lum(c);
-  return clipColor({c.r + d, c.g + d, c.b + d});
+inline void setLum(float& r, float& g, float& b, float l) {
+  const float d = l - lum(r, g, b);
+  r += d;
+  g += d;
+  b += d;
+  clipColor(r, g, b);
 }
-inline float sat(C3 c) { return max3(c) - min3(c); }
+inline float sat(float r, float g, float b) { return max3(r, g, b) - min3(r, g, b); }
 // The largest channel becomes s, the smallest 0, the middle one in proportion; all 0 for a grey.
-inline C3 setSat(C3 c, float s) {
-  const float mn = min3(c), mx = max3(c);
+inline void setSat(float& r, float& g, float& b, float s) {
+  const float mn = min3(r, g, b), mx = max3(r, g, b);
   const float k = s / (mx - mn);
   auto one = [&](float v) {
     const float mid = (v - mn) * k;
     return mx > mn ? (v == mx ? s : v == mn ? 0.0f : mid) : 0.0f;
   };
-  return {one(c.r), one(c.g), one(c.b)};
+  r = one(r);
+  g = one(g);
+  b = one(b);
 }
 
+// B(source, backdrop) for the four modes, written into (r, g, b).
 template <int M>
-inline C3 nonSeparableBlend(C3 s, C3 d) {
-  if constexpr (M == kCGBlendModeHue) return setLum(setSat(s, sat(d)), lum(d));
-  else if constexpr (M == kCGBlendModeSaturation) return setLum(setSat(d, sat(s)), lum(d));
-  else if constexpr (M == kCGBlendModeColor) return setLum(s, lum(d));
-  else return setLum(d, lum(s));
+inline void nonSeparableBlend(float sr, float sg, float sb, float dr, float dg, float db, float& r, float& g,
+                              float& b) {
+  if constexpr (M == kCGBlendModeHue) {
+    r = sr, g = sg, b = sb;
+    setSat(r, g, b, sat(dr, dg, db));
+    setLum(r, g, b, lum(dr, dg, db));
+  } else if constexpr (M == kCGBlendModeSaturation) {
+    r = dr, g = dg, b = db;
+    setSat(r, g, b, sat(sr, sg, sb));
+    setLum(r, g, b, lum(dr, dg, db));
+  } else if constexpr (M == kCGBlendModeColor) {
+    r = sr, g = sg, b = sb;
+    setLum(r, g, b, lum(dr, dg, db));
+  } else {
+    r = dr, g = dg, b = db;
+    setLum(r, g, b, lum(sr, sg, sb));
+  }
 }
 
 inline uint32_t toByte(float v) { return uint32_t(std::clamp(v, 0.0f, 1.0f) * 255.0f + 0.5f); }
@@ -155,13 +177,13 @@ void blendChunk(const uint32_t* s, const uint32_t* d, uint32_t* out, int n) {
         b = sep(f.sb[i], f.db[i]);
         a = sa + da - sa * da;
       } else if constexpr (M >= kCGBlendModeHue && M <= kCGBlendModeLuminosity) {
-        const C3 sc{unpremul(f.sr[i], sa), unpremul(f.sg[i], sa), unpremul(f.sb[i], sa)};
-        const C3 dc{unpremul(f.dr[i], da), unpremul(f.dg[i], da), unpremul(f.db[i], da)};
-        const C3 B = nonSeparableBlend<M>(sc, dc);
+        float br, bg, bb;
+        nonSeparableBlend<M>(unpremul(f.sr[i], sa), unpremul(f.sg[i], sa), unpremul(f.sb[i], sa),
+                             unpremul(f.dr[i], da), unpremul(f.dg[i], da), unpremul(f.db[i], da), br, bg, bb);
         const float k = sa * da;
-        r = f.sr[i] * (1 - da) + f.dr[i] * (1 - sa) + k * B.r;
-        g = f.sg[i] * (1 - da) + f.dg[i] * (1 - sa) + k * B.g;
-        b = f.sb[i] * (1 - da) + f.db[i] * (1 - sa) + k * B.b;
+        r = f.sr[i] * (1 - da) + f.dr[i] * (1 - sa) + k * br;
+        g = f.sg[i] * (1 - da) + f.dg[i] * (1 - sa) + k * bg;
+        b = f.sb[i] * (1 - da) + f.db[i] * (1 - sa) + k * bb;
         a = sa + da - sa * da;
       } else if constexpr (M >= kCGBlendModeSourceIn && M <= kCGBlendModeXOR) {
         // Porter-Duff: s Fa + d Fb on all four channels.

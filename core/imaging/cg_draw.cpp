@@ -243,6 +243,20 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
       srcX[size_t(i)] = t.first;
     }
   }
+  // Columns of at most two taps, as (first, second, weight of the first): magnification and shifts.
+  bool colsBilinear = !nearest;
+  std::vector<int32_t> col0, col1;
+  std::vector<uint32_t> cw0;
+  if (!nearest) {
+    for (const Taps& t : colTaps) colsBilinear = colsBilinear && t.w.size() <= 2;
+    if (colsBilinear) {
+      for (const Taps& t : colTaps) {
+        col0.push_back(t.first);
+        col1.push_back(t.w.size() == 2 ? t.first + 1 : t.first);
+        cw0.push_back(t.w[0]);
+      }
+    }
+  }
   // A unit step with no scale: the source run is contiguous.
   bool contiguous = nearest || colsSingle;
   for (int32_t i = 1; contiguous && i < n; ++i) contiguous = srcX[size_t(i)] == srcX[size_t(i - 1)] + 1;
@@ -292,6 +306,19 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
       } else {
         for (int32_t i = 0; i < n; ++i) span[size_t(i)] = loadPixel(src.format, srow + srcX[size_t(i)] * bpp);
       }
+    } else if (rowTaps.w.size() == 1 && colsBilinear) {
+      // One source row whole: the 64-bit sum is 65536 times a 32-bit one, so
+      // (65536 S + 2^31) >> 32 = (S + 2^15) >> 16 exactly.
+      const int32_t w = maxSrcX - minSrcX;
+      rowBuffer.resize(size_t(w));
+      loadRow(src.format, src.row(rowTaps.first) + minSrcX * bpp, w, rowBuffer.data());
+      const RGBA8* line = rowBuffer.data() - minSrcX;
+      for (int32_t i = 0; i < n; ++i) {
+        const RGBA8 a = line[col0[size_t(i)]], b = line[col1[size_t(i)]];
+        const uint32_t w0 = cw0[size_t(i)], w1 = kOne - w0;
+        auto mix = [&](uint32_t p, uint32_t q) { return uint8_t(std::min(255u, (w0 * p + w1 * q + 32768u) >> 16)); };
+        span[size_t(i)] = {mix(a.r, b.r), mix(a.g, b.g), mix(a.b, b.b), mix(a.a, b.a)};
+      }
     } else {
       const int32_t w = maxSrcX - minSrcX;
       vsum.assign(size_t(w) * 4, 0);
@@ -309,12 +336,19 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
           v[3] += wy * q.a;
         }
       }
+      const uint32_t* v0 = vsum.data() - size_t(minSrcX) * 4;
       for (int32_t i = 0; i < n; ++i) {
-        const Taps& t = colTaps[size_t(i)];
         uint64_t acc[4] = {0, 0, 0, 0};
-        for (size_t k = 0; k < t.w.size(); ++k) {
-          const uint32_t* v = &vsum[size_t(t.first - minSrcX + int32_t(k)) * 4];
-          for (int ch = 0; ch < 4; ++ch) acc[ch] += uint64_t(t.w[k]) * v[ch];
+        if (colsBilinear) {
+          const uint32_t *a = v0 + size_t(col0[size_t(i)]) * 4, *b = v0 + size_t(col1[size_t(i)]) * 4;
+          const uint64_t w0 = cw0[size_t(i)], w1 = kOne - w0;
+          for (int ch = 0; ch < 4; ++ch) acc[ch] = w0 * a[ch] + w1 * b[ch];
+        } else {
+          const Taps& t = colTaps[size_t(i)];
+          for (size_t k = 0; k < t.w.size(); ++k) {
+            const uint32_t* v = v0 + size_t(t.first + int32_t(k)) * 4;
+            for (int ch = 0; ch < 4; ++ch) acc[ch] += uint64_t(t.w[k]) * v[ch];
+          }
         }
         span[size_t(i)] = {roundedByte(acc[0]), roundedByte(acc[1]), roundedByte(acc[2]), roundedByte(acc[3])};
       }

@@ -116,7 +116,8 @@ TEST(FastPaths, ImageDrawsMatchTheGeneralPath) {
       image = CGImageCreateWithImageInRect(image, CGRectMake(r.range(0, sw - 1), r.range(0, sh - 1), r.range(1, sw), r.range(1, sh)));
     }
     const State s = State::random(r, w, h, r.chance(0.15));
-    const CGRect rect = CGRectMake(r.coordinate(-20, w), r.coordinate(-20, h), r.coordinate(-60, 80), r.coordinate(-60, 80));
+    CGRect rect = CGRectMake(r.coordinate(-20, w), r.coordinate(-20, h), r.coordinate(-60, 80), r.coordinate(-60, 80));
+    if (r.chance(0.25)) rect.size = CGSizeMake(double(CGImageGetWidth(image)), double(CGImageGetHeight(image)));  // shifts
     s.apply(fast);
     s.apply(slow);
     CGContextDrawImage(fast, rect, image);
