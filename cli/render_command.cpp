@@ -7,28 +7,33 @@
 
 #include "cli/args.h"
 #include "cli/commands.h"
+#include "cli/store_session.h"
 #include "core/imaging/image_utils.h"
 #include "core/imaging/platform.h"
 #include "core/render/compose.h"
 #include "core/render/sample_picture.h"
 #include "core/stack/filters.h"
+#include "core/stack/randomize_controls.h"
+#include "core/stack/settings.h"
+#include "native/analytics_log.h"
 #include "native/image_io.h"
 #include "native/platform_linux.h"
 
 namespace zorvex::cli {
 namespace {
 
-constexpr const char* kDefaultStack = "VETH,AGENCY";
 constexpr int32_t kMinSide = 16;
 
 struct RenderOptions {
   std::string input, output;
   bool sample = false;
-  EffectList effects;
+  std::optional<EffectList> effects;  // absent: the stored list
+  std::optional<std::string> defaults;
   ControlValues controls;
   BlendMode blend = BlendMode::normal;
   double alpha = 1.0;
   bool half = false;
+  bool full = false;
   int64_t width = 0;  // 0: the final render
   bool effectedOnly = false;
 };
@@ -96,8 +101,9 @@ bool readControls(const std::string& path, ControlValues& out, std::string& erro
 
 // Returns an exit code, or -1 to go on.
 int parse(int argc, char** argv, RenderOptions& o) {
-  Args args(argc, argv, 2, {"--output", "--effects", "--controls", "--seed", "--blend", "--alpha", "--width"},
-            {"--half", "--effected-only", "--sample", "--quiet"}, {{"-o", "--output"}, {"-q", "--quiet"}});
+  Args args(argc, argv, 2,
+            {"--output", "--effects", "--controls", "--seed", "--blend", "--alpha", "--width", "--defaults"},
+            {"--half", "--full", "--effected-only", "--sample", "--quiet"}, {{"-o", "--output"}, {"-q", "--quiet"}});
   std::string error = args.error();
   auto usage = [&](const std::string& message) {
     complain(message);
@@ -114,7 +120,11 @@ int parse(int argc, char** argv, RenderOptions& o) {
   o.output = *args.value("--output");
   if (!native::isWritableImagePath(o.output)) return usage("-o " + o.output + ": the name must end in .png, .jpg or .jpeg");
 
-  if (!parseEffects(args.value("--effects").value_or(kDefaultStack), o.effects, error)) return usage(error);
+  if (auto names = args.value("--effects")) {
+    o.effects.emplace();
+    if (!parseEffects(*names, *o.effects, error)) return usage(error);
+  }
+  o.defaults = args.value("--defaults");
 
   if (args.has("--controls") && args.has("--seed")) return usage("give --controls or --seed, not both");
   if (auto file = args.value("--controls")) {
@@ -128,11 +138,12 @@ int parse(int argc, char** argv, RenderOptions& o) {
     uint64_t seed;
     if (auto text = args.value("--seed")) {
       if (!parseUint64("--seed", *text, seed, error)) return usage(error);
+      o.controls = rollControls(seed);
     } else {
-      seed = uint64_t(arc4random()) << 32 | arc4random();
-      std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(seed));
+      RolledControls rolled = randomizeControls();
+      std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(rolled.seed));
+      o.controls = std::move(rolled.values);
     }
-    o.controls = rollControls(seed);
   }
   if (auto label = args.value("--blend")) {
     auto mode = blendModeFromLabel(*label);
@@ -147,6 +158,8 @@ int parse(int argc, char** argv, RenderOptions& o) {
   if (auto wtext = args.value("--width"); wtext && !parseInt("--width", *wtext, 1, 1 << 20, o.width, error))
     return usage(error);
   o.half = args.has("--half");
+  o.full = args.has("--full");
+  if (o.half && o.full) return usage("give --half or --full, not both");
   if (o.half && o.width) return usage("--half is for the final render; it can't go with --width");
   o.effectedOnly = args.has("--effected-only");
   if (args.has("--quiet")) native::installLinuxPlatform().setQuiet(true);
@@ -157,8 +170,23 @@ int parse(int argc, char** argv, RenderOptions& o) {
 
 int renderCommand(int argc, char** argv) {
   native::installLinuxPlatform();
+  native::installAnalyticsFromEnvironment();
   RenderOptions o;
   if (int code = parse(argc, argv, o); code >= 0) return code;
+  StoreSession store;
+  if (int code = store.open(o.defaults); code >= 0) return code;
+  // Loading writes the list back; a failed write is reported, but the picture is what this command
+  // is for.
+  store.finish(kExitOk, false);
+  if (!o.half && !o.full && !o.width) {
+    if (auto quality = SettingsController::saveQualityIfValid()) {
+      o.half = *quality == SaveQuality::half;
+    } else {
+      complain("the stored save quality is " +
+               std::to_string(SettingsController::integerSetting(SettingKey::saveSettingKey)) +
+               ", neither full (0) nor half (1): rendering at full size (zorvex settings set save-quality sets it)");
+    }
+  }
 
   UIImage picture;
   if (o.sample) {
@@ -198,7 +226,7 @@ int renderCommand(int argc, char** argv) {
   }
 
   EffectsData& data = EffectsData::shared();
-  data.effects = o.effects;
+  if (o.effects) data.effects = *o.effects;
   const bool showProgress = isatty(STDERR_FILENO) && w * h >= 4'000'000;
   if (showProgress) {
     data.onEffect = [&](size_t i, size_t n, const Effect& e) {

@@ -35,7 +35,9 @@ class Cli : public ::testing::Test {
 
   Result run(const std::string& args) const {
     const std::string errFile = path("stderr.txt");
-    const std::string cmd = std::string(ZORVEX_CLI) + " " + args + " 2>" + errFile;
+    // Each test keeps its own defaults file (render reads the stored list and save quality).
+    const std::string cmd =
+        "ZORVEX_DEFAULTS=" + path("defaults.plist") + " " + std::string(ZORVEX_CLI) + " " + args + " 2>" + errFile;
     Result r{};
     FILE* p = popen(cmd.c_str(), "r");
     char buf[4096];
