@@ -46,6 +46,11 @@ render options:
   --full                  render at full size whatever the save quality
   --width N               render as the live preview for a view N pixels wide
   --effected-only         write the stack's picture alone, not composed
+  --rotate left|right     turn the picture a quarter first, as the edit tool does
+  --mirror h|v            mirror it left to right (h) or top to bottom (v) first
+  --flatten N             flatten N times (the composed result becomes the
+                          base each time, with the same controls) before the
+                          final render
   --sample                use the built-in sample picture instead of IN
 
 effects actions (each changes the list and stores it, then lists it):

@@ -172,6 +172,30 @@ TEST_F(Cli, SizesOfTheRenderModes) {
   EXPECT_EQ(sizeOf("--width 17 --effected-only"), std::make_pair(size_t{17}, size_t{10}));
 }
 
+TEST_F(Cli, EditToolsTurnMirrorAndFlatten) {
+  const std::string in = picture("in.png", 40, 24);  // red top-left corner
+  auto render = [&](const std::string& extra) {
+    const Result r = run("render " + in + " -o " + path("t.png") + " --seed 4 " + extra);
+    EXPECT_EQ(r.code, 0) << extra << r.err;
+    return load(path("t.png"));
+  };
+  auto redAt = [](const CGImageRef& img, int x, int y) { return img->pixels().at(x, y)[0] > 200 && img->pixels().at(x, y)[1] < 60; };
+  CGImageRef right = render("--effects '' --effected-only --rotate right");
+  ASSERT_EQ(CGImageGetWidth(right), 24u);
+  EXPECT_TRUE(redAt(right, 22, 1));
+  CGImageRef left = render("--effects '' --effected-only --rotate left");
+  EXPECT_TRUE(redAt(left, 1, 38));
+  EXPECT_TRUE(redAt(render("--effects '' --effected-only --mirror h"), 38, 1));
+  EXPECT_TRUE(redAt(render("--effects '' --effected-only --mirror v"), 1, 22));
+  // Flattening at half size halves the base each time, then the final halves it once more.
+  CGImageRef flat = render("--effects AGENCY --flatten 2 --half");
+  EXPECT_EQ(CGImageGetWidth(flat), 5u);
+  EXPECT_EQ(CGImageGetHeight(flat), 3u);
+  for (const std::string bad : {"--rotate up", "--mirror x", "--flatten -1", "--flatten 2 --width 10"}) {
+    EXPECT_EQ(run("render " + in + " -o " + path("u.png") + " " + bad).code, 2) << bad;
+  }
+}
+
 TEST_F(Cli, SeedsRepeatALookAndAFreshRollSaysItsSeed) {
   const std::string in = picture("in.png", 40, 30);
   ASSERT_EQ(run("render " + in + " -o " + path("a.png") + " --seed 77 --effects 'AGENCY,INTERFACE'").code, 0);
