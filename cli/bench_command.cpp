@@ -79,7 +79,10 @@ int benchCommand(int argc, char** argv) {
   std::printf(" %14s\n", "ns/pixel final");
   for (const KernelEntry* e : entries) {
     if (std::holds_alternative<std::monostate>(e->kernel)) continue;
-    std::printf("%-16s", std::string(e->name).c_str());
+    // Padded by characters, not bytes: some names hold letters of several bytes.
+    const std::string name(e->name);
+    const size_t shown = size_t(std::count_if(name.begin(), name.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+    std::printf("%s%*s", name.c_str(), int(16 - std::min<size_t>(16, shown)), "");
     std::fflush(stdout);
     double last = 0;
     for (size_t i = 0; i < std::size(kSizes); ++i) {

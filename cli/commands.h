@@ -4,6 +4,8 @@
 namespace zorvex::cli {
 
 int renderCommand(int argc, char** argv);
+int effectsCommand(int argc, char** argv);
+int settingsCommand(int argc, char** argv);
 int benchCommand(int argc, char** argv);
 
 // The text of `zorvex help`.

@@ -12,14 +12,27 @@ const char* const kUsage = R"(zorvex: a glitch-art camera's effect stack on the 
 
 usage:
   zorvex render IN -o OUT [options]     run the effect stack on a picture
+  zorvex effects [ACTION]               list or change the stored effect list
+  zorvex settings [ACTION]              show or change the stored settings
   zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
                                         time each kernel at preview, edit and
                                         12-megapixel sizes
   zorvex help                           this text
 
+render, effects and settings load the stored effect list first (its diagnostic
+lines go to standard output) and take these options anywhere after their name:
+  --defaults PATH         the defaults file (default: $ZORVEX_DEFAULTS, else
+                          $XDG_CONFIG_HOME/zorvex/defaults.plist, else
+                          ~/.config/zorvex/defaults.plist)
+  -q, --quiet             no diagnostic lines on standard output
+A defaults file that can't be read is moved aside to PATH.unreadable-TIME and
+the command starts from empty defaults. With ZORVEX_ANALYTICS_LOG=FILE set,
+analytics events are appended to FILE as JSON lines.
+
 render options:
   -o, --output OUT        the picture to write: .png, .jpg or .jpeg
-  --effects "A,B,..."     effect names in running order (default "VETH,AGENCY")
+  --effects "A,B,..."     effect names in running order (default: the stored
+                          list's rows that are on, presets opened up)
   --controls FILE         the 1000 control values, each 0 to 0.9999, separated by
                           white space or commas
   --seed N                the control values rolled from seed N (0 to 2^64-1);
@@ -28,16 +41,40 @@ render options:
   --blend LABEL           blend mode of the effected picture over the original,
                           e.g. "Color Burn" (default "Normal")
   --alpha A               opacity of the effected picture, 0 to 1 (default 1)
-  --half                  render at half the width and height
+  --half                  render at half the width and height (the default when
+                          the stored save quality is half)
+  --full                  render at full size whatever the save quality
   --width N               render as the live preview for a view N pixels wide
   --effected-only         write the stack's picture alone, not composed
+  --rotate left|right     turn the picture a quarter first, as the edit tool does
+  --mirror h|v            mirror it left to right (h) or top to bottom (v) first
+  --flatten N             flatten N times (the composed result becomes the
+                          base each time, with the same controls) before the
+                          final render
   --sample                use the built-in sample picture instead of IN
-  -q, --quiet             no diagnostic lines on standard output
+
+effects actions (each changes the list and stores it, then lists it):
+  (none)                  list the rows: number from 0, on or off, name; a
+                          preset's members follow, indented by two spaces
+  toggle ROW              turn a row on or off
+  move FROM TO            take a row out and put it at TO
+  remove ROW              remove a row (a built-in effect comes back, off and
+                          last, the next time the list is loaded)
+  preset NAME             add a preset, off, of the rows that are on
+  randomize               shuffle the rows and turn on the first two only
+  reset                   the built-in list, VETH and AGENCY on
+
+settings actions:
+  (none)                  show the frame and save quality, the tutorial flags
+                          and the launch count
+  set frame-quality normal|low
+  set save-quality full|half
+  reset-tutorials         clear the three tutorial flags
 
 IN is a PNG or JPEG; a JPEG's orientation tag is honoured. Pictures must be at
 least 16 pixels on each side.
-Exit status: 0 on success, 2 for a usage error, 1 when a file can't be read,
-decoded or written.
+Exit status: 0 on success, 2 for a usage error (a row number outside the list
+included), 1 when a file can't be read, decoded or written.
 )";
 
 namespace {
@@ -67,6 +104,8 @@ int main(int argc, char** argv) {
     return kExitOk;
   }
   if (command == "render") return renderCommand(argc, argv);
+  if (command == "effects") return effectsCommand(argc, argv);
+  if (command == "settings") return settingsCommand(argc, argv);
   if (command == "bench") return benchCommand(argc, argv);
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;

@@ -19,6 +19,27 @@ inline uint32_t ch(uint32_t v, int k) { return (v >> (8 * k)) & 255u; }
 inline uint32_t word(RGBA8 p) { return pack(p.r, p.g, p.b, p.a); }
 inline RGBA8 rgba(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}; }
 
+// Sixteen 16-bit lanes: four pixels of four channels, widened from bytes. Both g++ and clang take
+// these vector types, for AVX2 natively and for simd128 in WebAssembly.
+typedef uint8_t u8x16 __attribute__((vector_size(16)));
+typedef uint16_t u16x16 __attribute__((vector_size(32)));
+inline u16x16 widen(const uint32_t* p) {
+  u8x16 v;
+  std::memcpy(&v, p, 16);
+  return __builtin_convertvector(v, u16x16);
+}
+inline void narrow(u16x16 v, uint32_t* p) {
+  const u8x16 b = __builtin_convertvector(v, u8x16);
+  std::memcpy(p, &b, 16);
+}
+// div255 in every lane: exact for 0 to 255 * 255, and no lane overflows 16 bits on the way.
+inline u16x16 div255x(u16x16 x) {
+  x += 128;
+  return (x + (x >> 8)) >> 8;
+}
+// Each pixel's alpha in all four of its lanes.
+inline u16x16 alphas(u16x16 v) { return __builtin_shufflevector(v, v, 3, 3, 3, 3, 7, 7, 7, 7, 11, 11, 11, 11, 15, 15, 15, 15); }
+
 // ----- The blend modes -----
 //
 // Separable modes follow the PDF definition on premultiplied values: with source sc, sa and backdrop
@@ -71,43 +92,65 @@ inline float premulTerm(float sc, float dc, float sa, float da) {
   }
 }
 
-// Non-separable modes, on unpremultiplied colours (PDF: Lum, ClipColor, SetLum, Sat, SetSat).
-struct C3 {
-  float r, g, b;
-};
-inline float lum(C3 c) { return 0.3f * c.r + 0.59f * c.g + 0.11f * c.b; }
-inline float min3(C3 c) { return std::min(std::min(c.r, c.g), c.b); }
-inline float max3(C3 c) { return std::max(std::max(c.r, c.g), c.b); }
-inline C3 clipColor(C3 c) {
-  const float l = lum(c), n = min3(c), x = max3(c);
-  const bool low = n < 0 && l - n > 0, high = x > 1 && x - l > 0;
-  const float kl = l / (l - n);
-  C3 d{low ? l + (c.r - l) * kl : c.r, low ? l + (c.g - l) * kl : c.g, low ? l + (c.b - l) * kl : c.b};
-  const float kh = (1 - l) / (x - l);
-  return {high ? l + (d.r - l) * kh : d.r, high ? l + (d.g - l) * kh : d.g, high ? l + (d.b - l) * kh : d.b};
+// Non-separable modes, on unpremultiplied colours (PDF: Lum, ClipColor, SetLum, Sat, SetSat), written
+// channel by channel on plain floats so that the loop over pixels vectorises.
+inline float lum(float r, float g, float b) { return 0.3f * r + 0.59f * g + 0.11f * b; }
+inline float min3(float r, float g, float b) { return std::min(std::min(r, g), b); }
+inline float max3(float r, float g, float b) { return std::max(std::max(r, g), b); }
+inline void clipColor(float& r, float& g, float& b) {
+  const float l = lum(r, g, b), n = min3(r, g, b), x = max3(r, g, b);
+  const float ql = l / (l - n), qh = (1 - l) / (x - l);
+  // Below 0 the channels are pulled in toward l by kl, above 1 by kh; 1 leaves them be.
+  const float kl = n < 0 && l - n > 0 ? ql : 1.0f;
+  const float kh = x > 1 && x - l > 0 ? qh : 1.0f;
+  auto one = [&](float c) {
+    const float d = kl != 1.0f ? l + (c - l) * kl : c;
+    return kh != 1.0f ? l + (d - l) * kh : d;
+  };
+  r = one(r);
+  g = one(g);
+  b = one(b);
 }
-inline C3 setLum(C3 c, float l) {
-  const float d = l - lum(c);
-  return clipColor({c.r + d, c.g + d, c.b + d});
+inline void setLum(float& r, float& g, float& b, float l) {
+  const float d = l - lum(r, g, b);
+  r += d;
+  g += d;
+  b += d;
+  clipColor(r, g, b);
 }
-inline float sat(C3 c) { return max3(c) - min3(c); }
+inline float sat(float r, float g, float b) { return max3(r, g, b) - min3(r, g, b); }
 // The largest channel becomes s, the smallest 0, the middle one in proportion; all 0 for a grey.
-inline C3 setSat(C3 c, float s) {
-  const float mn = min3(c), mx = max3(c);
+inline void setSat(float& r, float& g, float& b, float s) {
+  const float mn = min3(r, g, b), mx = max3(r, g, b);
   const float k = s / (mx - mn);
   auto one = [&](float v) {
     const float mid = (v - mn) * k;
     return mx > mn ? (v == mx ? s : v == mn ? 0.0f : mid) : 0.0f;
   };
-  return {one(c.r), one(c.g), one(c.b)};
+  r = one(r);
+  g = one(g);
+  b = one(b);
 }
 
+// B(source, backdrop) for the four modes, written into (r, g, b).
 template <int M>
-inline C3 nonSeparableBlend(C3 s, C3 d) {
-  if constexpr (M == kCGBlendModeHue) return setLum(setSat(s, sat(d)), lum(d));
-  else if constexpr (M == kCGBlendModeSaturation) return setLum(setSat(d, sat(s)), lum(d));
-  else if constexpr (M == kCGBlendModeColor) return setLum(s, lum(d));
-  else return setLum(d, lum(s));
+inline void nonSeparableBlend(float sr, float sg, float sb, float dr, float dg, float db, float& r, float& g,
+                              float& b) {
+  if constexpr (M == kCGBlendModeHue) {
+    r = sr, g = sg, b = sb;
+    setSat(r, g, b, sat(dr, dg, db));
+    setLum(r, g, b, lum(dr, dg, db));
+  } else if constexpr (M == kCGBlendModeSaturation) {
+    r = dr, g = dg, b = db;
+    setSat(r, g, b, sat(sr, sg, sb));
+    setLum(r, g, b, lum(dr, dg, db));
+  } else if constexpr (M == kCGBlendModeColor) {
+    r = sr, g = sg, b = sb;
+    setLum(r, g, b, lum(dr, dg, db));
+  } else {
+    r = dr, g = dg, b = db;
+    setLum(r, g, b, lum(sr, sg, sb));
+  }
 }
 
 inline uint32_t toByte(float v) { return uint32_t(std::clamp(v, 0.0f, 1.0f) * 255.0f + 0.5f); }
@@ -131,7 +174,13 @@ template <int M>
 void blendChunk(const uint32_t* s, const uint32_t* d, uint32_t* out, int n) {
   if constexpr (M == kCGBlendModeNormal) {
     // s + d (1 - sa), exact in integers; saturated so malformed input can't spill into a neighbour.
-    for (int i = 0; i < n; ++i) {
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+      const u16x16 sv = widen(s + i), dv = widen(d + i);
+      const u16x16 r = sv + div255x(dv * (255 - alphas(sv)));
+      narrow(r > 255 ? u16x16{} + 255 : r, out + i);
+    }
+    for (; i < n; ++i) {
       const uint32_t inv = 255 - ch(s[i], 3);
       uint32_t r[4];
       for (int k = 0; k < 4; ++k) r[k] = std::min(255u, ch(s[i], k) + div255(ch(d[i], k) * inv));
@@ -155,13 +204,13 @@ void blendChunk(const uint32_t* s, const uint32_t* d, uint32_t* out, int n) {
         b = sep(f.sb[i], f.db[i]);
         a = sa + da - sa * da;
       } else if constexpr (M >= kCGBlendModeHue && M <= kCGBlendModeLuminosity) {
-        const C3 sc{unpremul(f.sr[i], sa), unpremul(f.sg[i], sa), unpremul(f.sb[i], sa)};
-        const C3 dc{unpremul(f.dr[i], da), unpremul(f.dg[i], da), unpremul(f.db[i], da)};
-        const C3 B = nonSeparableBlend<M>(sc, dc);
+        float br, bg, bb;
+        nonSeparableBlend<M>(unpremul(f.sr[i], sa), unpremul(f.sg[i], sa), unpremul(f.sb[i], sa),
+                             unpremul(f.dr[i], da), unpremul(f.dg[i], da), unpremul(f.db[i], da), br, bg, bb);
         const float k = sa * da;
-        r = f.sr[i] * (1 - da) + f.dr[i] * (1 - sa) + k * B.r;
-        g = f.sg[i] * (1 - da) + f.dg[i] * (1 - sa) + k * B.g;
-        b = f.sb[i] * (1 - da) + f.db[i] * (1 - sa) + k * B.b;
+        r = f.sr[i] * (1 - da) + f.dr[i] * (1 - sa) + k * br;
+        g = f.sg[i] * (1 - da) + f.dg[i] * (1 - sa) + k * bg;
+        b = f.sb[i] * (1 - da) + f.db[i] * (1 - sa) + k * bb;
         a = sa + da - sa * da;
       } else if constexpr (M >= kCGBlendModeSourceIn && M <= kCGBlendModeXOR) {
         // Porter-Duff: s Fa + d Fb on all four channels.
@@ -242,6 +291,13 @@ void spanT(uint8_t* dst, int32_t n, const RGBA8* src, bool solid, const uint8_t*
   for (int32_t at = 0; at < n; at += kChunk) {
     const int m = int(std::min<int32_t>(kChunk, n - at));
     if (!solid) std::memcpy(s, src + at, sizeof(uint32_t) * size_t(m));
+    if constexpr (M == kCGBlendModeNormal) {
+      // Transparent source pixels leave the destination as it is: s + d (1 - 0) = d. Layers are
+      // mostly empty, so whole chunks of nothing are passed over.
+      uint32_t any = 0;
+      for (int i = 0; i < m; ++i) any |= s[i];
+      if (!any) continue;
+    }
     loadWords<F>(dst + at * bpp, m, d);
     blendChunk<M>(s, d, r, m);
     if (cov || alpha != 255) {
@@ -251,7 +307,14 @@ void spanT(uint8_t* dst, int32_t n, const RGBA8* src, bool solid, const uint8_t*
       } else {
         std::fill(strength, strength + m, uint32_t{alpha});
       }
-      for (int i = 0; i < m; ++i) {
+      int i = 0;
+      for (; i + 4 <= m; i += 4) {
+        const uint16_t a = uint16_t(strength[i]), b = uint16_t(strength[i + 1]), c = uint16_t(strength[i + 2]),
+                       e = uint16_t(strength[i + 3]);
+        const u16x16 st = {a, a, a, a, b, b, b, b, c, c, c, c, e, e, e, e};
+        narrow(div255x(widen(r + i) * st + widen(d + i) * (255 - st)), r + i);
+      }
+      for (; i < m; ++i) {
         const uint32_t inv = 255 - strength[i];
         r[i] = pack(div255(ch(r[i], 0) * strength[i] + ch(d[i], 0) * inv),
                     div255(ch(r[i], 1) * strength[i] + ch(d[i], 1) * inv),
@@ -263,8 +326,46 @@ void spanT(uint8_t* dst, int32_t n, const RGBA8* src, bool solid, const uint8_t*
   }
 }
 
+// The normal mode onto RGBX or RGBA, in place, four pixels at a time: the common case of a layer or a
+// picture composited onto the surface. The colour of s + d (1 - sa) does not depend on the
+// destination's alpha, so RGBX's skipped byte can be read as it is and set to 255 afterwards; the
+// result is that of spanT to the byte.
+template <PixelFormat F>
+void normalSpanT(uint8_t* dst, int32_t n, const RGBA8* src, bool solid, const uint8_t* cov, uint8_t alpha) {
+  static_assert(F == PixelFormat::RGBX || F == PixelFormat::RGBA);
+  const uint32_t* sw = reinterpret_cast<const uint32_t*>(src);
+  uint32_t solidWords[4];
+  if (solid) std::fill(solidWords, solidWords + 4, sw[0]);
+  const u16x16 skipped = F == PixelFormat::RGBX ? u16x16{0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255} : u16x16{};
+  uint32_t* d = reinterpret_cast<uint32_t*>(dst);
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    const uint32_t* s4 = solid ? solidWords : sw + i;
+    if ((s4[0] | s4[1] | s4[2] | s4[3]) == 0) continue;  // transparent: the destination stays
+    uint32_t dw[4];
+    std::memcpy(dw, d + i, 16);
+    const u16x16 sv = widen(s4), dv = widen(dw);
+    u16x16 r = sv + div255x(dv * (255 - alphas(sv)));
+    r = r > 255 ? u16x16{} + 255 : r;
+    if (cov || alpha != 255) {
+      uint16_t st[4];
+      for (int k = 0; k < 4; ++k) st[k] = uint16_t(cov ? div255(cov[i + k] * uint32_t{alpha}) : alpha);
+      const u16x16 sv16 = {st[0], st[0], st[0], st[0], st[1], st[1], st[1], st[1],
+                           st[2], st[2], st[2], st[2], st[3], st[3], st[3], st[3]};
+      r = div255x(r * sv16 + dv * (255 - sv16));
+    }
+    narrow(r | skipped, dw);
+    std::memcpy(d + i, dw, 16);
+  }
+  if (i < n) spanT<kCGBlendModeNormal, F>(dst + i * 4, n - i, solid ? src : src + i, solid, cov ? cov + i : nullptr, alpha);
+}
+
 template <int M>
 constexpr std::array<SpanFn, 4> spanRow() {
+  if constexpr (M == kCGBlendModeNormal) {
+    return {&normalSpanT<PixelFormat::RGBX>, &normalSpanT<PixelFormat::RGBA>, &spanT<M, PixelFormat::ARGB>,
+            &spanT<M, PixelFormat::Gray>};
+  }
   return {&spanT<M, PixelFormat::RGBX>, &spanT<M, PixelFormat::RGBA>, &spanT<M, PixelFormat::ARGB>,
           &spanT<M, PixelFormat::Gray>};
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 #include "core/imaging/raster_internal.h"
 
@@ -9,6 +10,63 @@ namespace zorvex {
 
 namespace {
 bool gFastPaths = true;
+
+// Large pixel buffers are recycled. A fresh block of tens of megabytes is a new mapping from the
+// system, and a 12-megapixel surface would pay its page faults again on every snapshot; kernels
+// take several snapshots each. Buffers of the same size come back in turn.
+class BufferPool {
+ public:
+  static BufferPool& shared() {
+    static BufferPool* pool = new BufferPool;  // never destroyed: buffers may outlive static teardown
+    return *pool;
+  }
+
+  std::shared_ptr<uint8_t[]> acquire(size_t bytes, bool cleared) {
+    uint8_t* p = nullptr;
+    if (bytes >= kMinPooled) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      for (size_t i = 0; i < free_.size(); ++i) {
+        if (free_[i].second == bytes) {
+          p = free_[i].first;
+          freeBytes_ -= bytes;
+          free_.erase(free_.begin() + ptrdiff_t(i));
+          break;
+        }
+      }
+    }
+    if (p) {
+      if (cleared) std::memset(p, 0, bytes);
+    } else {
+      p = cleared ? new (std::nothrow) uint8_t[bytes]() : new (std::nothrow) uint8_t[bytes];
+      if (!p) return nullptr;
+    }
+    if (bytes < kMinPooled) return std::shared_ptr<uint8_t[]>(p);
+    return std::shared_ptr<uint8_t[]>(p, [bytes](uint8_t* q) { shared().release(q, bytes); });
+  }
+
+ private:
+  static constexpr size_t kMinPooled = size_t{1} << 20;
+  static constexpr size_t kMaxPooledBytes = size_t{160} << 20;
+
+  void release(uint8_t* p, size_t bytes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    while (!free_.empty() && freeBytes_ + bytes > kMaxPooledBytes) {  // the oldest go first
+      freeBytes_ -= free_.front().second;
+      delete[] free_.front().first;
+      free_.erase(free_.begin());
+    }
+    if (bytes > kMaxPooledBytes) {
+      delete[] p;
+      return;
+    }
+    free_.emplace_back(p, bytes);
+    freeBytes_ += bytes;
+  }
+
+  std::mutex mutex_;
+  std::vector<std::pair<uint8_t*, size_t>> free_;
+  size_t freeBytes_ = 0;
+};
 
 template <class F>
 void withContext(const CGContextRef& c, F&& f) {
@@ -66,7 +124,7 @@ CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size
 
   std::shared_ptr<uint8_t[]> owned;
   if (!data) {
-    owned.reset(new (std::nothrow) uint8_t[bytes]());
+    owned = BufferPool::shared().acquire(bytes, true);
     if (!owned) return nullptr;
     data = owned.get();
   }
@@ -83,7 +141,7 @@ CGImageRef CGBitmapContextCreateImage(const CGContextRef& c) {
   if (!c) return nullptr;
   const PixelView& src = c->pixels();
   const size_t rowBytes = size_t(src.width) * size_t(bytesPerPixel(src.format));
-  std::shared_ptr<uint8_t[]> copy(new (std::nothrow) uint8_t[rowBytes * size_t(src.height)]);
+  std::shared_ptr<uint8_t[]> copy = BufferPool::shared().acquire(rowBytes * size_t(src.height), false);
   if (!copy) return nullptr;
   for (int32_t y = 0; y < src.height; ++y) std::memcpy(copy.get() + rowBytes * size_t(y), src.row(y), rowBytes);
   const PixelView view{copy.get(), src.width, src.height, ptrdiff_t(rowBytes), src.format};

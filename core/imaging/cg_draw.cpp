@@ -58,7 +58,8 @@ struct Taps {
 };
 
 // The bilinear (tent) filter at position `c` on an axis of `n` pixels: weight w0 on `first` and the
-// rest on the next pixel, with the edges clamped. A weight of the whole unit takes one pixel.
+// rest on the next pixel, with the edges clamped. A weight of the whole unit takes one pixel. The
+// weights are whole multiples of 1/256, so that a product of two of them, and its sums, fit 32 bits.
 struct Tent {
   int32_t first;
   uint32_t w0;
@@ -66,7 +67,7 @@ struct Tent {
 inline Tent tentAt(double c, int32_t n) {
   const double p = c - 0.5;
   const double i0 = std::floor(p);
-  const uint32_t w1 = uint32_t((p - i0) * kOne + 0.5);
+  const uint32_t w1 = uint32_t((p - i0) * 256 + 0.5) * 256;
   const int32_t a = int32_t(std::clamp(i0, 0.0, double(n - 1)));
   const int32_t b = int32_t(std::clamp(i0 + 1, 0.0, double(n - 1)));
   if (a == b || w1 == 0) return {a, kOne};
@@ -125,29 +126,22 @@ RGBA8 filtered(const PixelView& src, const Taps& tx, const Taps& ty) {
 
 uint8_t alphaByte(double a) { return uint8_t(std::clamp(a, 0.0, 1.0) * 255.0 + 0.5); }
 
-// Bilinear on both axes, as `filtered` computes it for two tent taps a side.
+// Bilinear on both axes: what `filtered` computes for two tent taps a side. With weights 256 a and
+// 256 b the 64-bit sum is 65536 S for S = sum of a b p, so (65536 S + 2^31) >> 32 = (S + 2^15) >> 16.
 template <PixelFormat F>
 inline RGBA8 bilinear(const PixelView& src, const Tent& tx, const Tent& ty) {
   constexpr int bpp = bytesPerPixel(F);
-  const int32_t x1 = tx.w0 == kOne ? tx.first : tx.first + 1, y1 = ty.w0 == kOne ? ty.first : ty.first + 1;
-  const uint32_t wx[2] = {tx.w0, kOne - tx.w0}, wy[2] = {ty.w0, kOne - ty.w0};
-  const int32_t xs[2] = {tx.first, x1}, ys[2] = {ty.first, y1};
-  uint64_t acc[4] = {0, 0, 0, 0};
-  for (int j = 0; j < 2; ++j) {
-    if (!wy[j]) continue;
-    const uint8_t* row = src.row(ys[j]);
-    uint32_t racc[4] = {0, 0, 0, 0};
-    for (int i = 0; i < 2; ++i) {
-      if (!wx[i]) continue;
-      const RGBA8 p = loadAs<F>(row + xs[i] * bpp);
-      racc[0] += wx[i] * p.r;
-      racc[1] += wx[i] * p.g;
-      racc[2] += wx[i] * p.b;
-      racc[3] += wx[i] * p.a;
-    }
-    for (int k = 0; k < 4; ++k) acc[k] += uint64_t(wy[j]) * racc[k];
-  }
-  return {roundedByte(acc[0]), roundedByte(acc[1]), roundedByte(acc[2]), roundedByte(acc[3])};
+  const uint32_t ax = tx.w0 >> 8, ay = ty.w0 >> 8;  // 0 to 256
+  const int32_t x1 = ax == 256 ? tx.first : tx.first + 1, y1 = ay == 256 ? ty.first : ty.first + 1;
+  const uint8_t *r0 = src.row(ty.first), *r1 = src.row(y1);
+  const RGBA8 p00 = loadAs<F>(r0 + tx.first * bpp), p01 = loadAs<F>(r0 + x1 * bpp);
+  const RGBA8 p10 = loadAs<F>(r1 + tx.first * bpp), p11 = loadAs<F>(r1 + x1 * bpp);
+  auto mix = [&](uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
+    const uint32_t s = ay * (ax * a + (256 - ax) * b) + (256 - ay) * (ax * c + (256 - ax) * d);
+    return uint8_t(std::min(255u, (s + 32768u) >> 16));
+  };
+  return {mix(p00.r, p01.r, p10.r, p11.r), mix(p00.g, p01.g, p10.g, p11.g), mix(p00.b, p01.b, p10.b, p11.b),
+          mix(p00.a, p01.a, p10.a, p11.a)};
 }
 
 // Each pixel, per the definition above, straight from the inverse mapping.
@@ -243,6 +237,22 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
       srcX[size_t(i)] = t.first;
     }
   }
+  // Columns of at most two taps, as (first, second, weight of the first): magnification and shifts.
+  bool colsBilinear = !nearest, colsTent = colsBilinear;
+  std::vector<int32_t> col0, col1;
+  std::vector<uint32_t> cw0;
+  if (!nearest) {
+    for (const Taps& t : colTaps) colsBilinear = colsBilinear && t.w.size() <= 2;
+    colsTent = colsBilinear;
+    if (colsBilinear) {
+      for (const Taps& t : colTaps) {
+        colsTent = colsTent && (t.w[0] & 255) == 0;
+        col0.push_back(t.first);
+        col1.push_back(t.w.size() == 2 ? t.first + 1 : t.first);
+        cw0.push_back(t.w[0]);
+      }
+    }
+  }
   // A unit step with no scale: the source run is contiguous.
   bool contiguous = nearest || colsSingle;
   for (int32_t i = 1; contiguous && i < n; ++i) contiguous = srcX[size_t(i)] == srcX[size_t(i - 1)] + 1;
@@ -292,6 +302,19 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
       } else {
         for (int32_t i = 0; i < n; ++i) span[size_t(i)] = loadPixel(src.format, srow + srcX[size_t(i)] * bpp);
       }
+    } else if (rowTaps.w.size() == 1 && colsBilinear) {
+      // One source row whole: the 64-bit sum is 65536 times a 32-bit one, so
+      // (65536 S + 2^31) >> 32 = (S + 2^15) >> 16 exactly.
+      const int32_t w = maxSrcX - minSrcX;
+      rowBuffer.resize(size_t(w));
+      loadRow(src.format, src.row(rowTaps.first) + minSrcX * bpp, w, rowBuffer.data());
+      const RGBA8* line = rowBuffer.data() - minSrcX;
+      for (int32_t i = 0; i < n; ++i) {
+        const RGBA8 a = line[col0[size_t(i)]], b = line[col1[size_t(i)]];
+        const uint32_t w0 = cw0[size_t(i)], w1 = kOne - w0;
+        auto mix = [&](uint32_t p, uint32_t q) { return uint8_t(std::min(255u, (w0 * p + w1 * q + 32768u) >> 16)); };
+        span[size_t(i)] = {mix(a.r, b.r), mix(a.g, b.g), mix(a.b, b.b), mix(a.a, b.a)};
+      }
     } else {
       const int32_t w = maxSrcX - minSrcX;
       vsum.assign(size_t(w) * 4, 0);
@@ -309,12 +332,33 @@ void drawAxisAligned(CGContext& c, const ImageMapping& m, const PixelView& src) 
           v[3] += wy * q.a;
         }
       }
+      const uint32_t* v0 = vsum.data() - size_t(minSrcX) * 4;
+      bool rowTent = true;
+      for (uint32_t wy : rowTaps.w) rowTent = rowTent && (wy & 255) == 0;
+      if (colsTent && rowTent) {
+        // Weights of whole 1/256ths on both axes: exact in 32 bits, as in `bilinear`.
+        for (int32_t i = 0; i < n; ++i) {
+          const uint32_t *a = v0 + size_t(col0[size_t(i)]) * 4, *b = v0 + size_t(col1[size_t(i)]) * 4;
+          const uint32_t ax = cw0[size_t(i)] >> 8;
+          uint8_t o[4];
+          for (int ch = 0; ch < 4; ++ch) o[ch] = uint8_t(std::min(255u, (ax * (a[ch] >> 8) + (256 - ax) * (b[ch] >> 8) + 32768u) >> 16));
+          span[size_t(i)] = {o[0], o[1], o[2], o[3]};
+        }
+        compositeSpan(gs.blendMode, c.pixels(), xa, y, n, span.data(), false, clipRow, alpha);
+        continue;
+      }
       for (int32_t i = 0; i < n; ++i) {
-        const Taps& t = colTaps[size_t(i)];
         uint64_t acc[4] = {0, 0, 0, 0};
-        for (size_t k = 0; k < t.w.size(); ++k) {
-          const uint32_t* v = &vsum[size_t(t.first - minSrcX + int32_t(k)) * 4];
-          for (int ch = 0; ch < 4; ++ch) acc[ch] += uint64_t(t.w[k]) * v[ch];
+        if (colsBilinear) {
+          const uint32_t *a = v0 + size_t(col0[size_t(i)]) * 4, *b = v0 + size_t(col1[size_t(i)]) * 4;
+          const uint64_t w0 = cw0[size_t(i)], w1 = kOne - w0;
+          for (int ch = 0; ch < 4; ++ch) acc[ch] = w0 * a[ch] + w1 * b[ch];
+        } else {
+          const Taps& t = colTaps[size_t(i)];
+          for (size_t k = 0; k < t.w.size(); ++k) {
+            const uint32_t* v = v0 + size_t(t.first + int32_t(k)) * 4;
+            for (int ch = 0; ch < 4; ++ch) acc[ch] += uint64_t(t.w[k]) * v[ch];
+          }
         }
         span[size_t(i)] = {roundedByte(acc[0]), roundedByte(acc[1]), roundedByte(acc[2]), roundedByte(acc[3])};
       }
@@ -377,12 +421,36 @@ void CGContextClipToMask(const CGContextRef& c, CGRect rect, const CGImageRef& m
   if (raster::mapImage(ctx, rect, mask->width(), mask->height(), m)) {
     const PixelView& src = mask->pixels();
     const ClipMask* old = ctx.state().clip.get();
+    const int32_t n = m.box.x1 - m.box.x0;
+    // Nearest sampling of the mask's grey level. An axis-aligned mask has one source column per x
+    // and one source row per y: those are found once (the same arithmetic as per pixel).
+    const bool axisAligned = fastPathsEnabled() && m.axisAligned;
+    std::vector<int32_t> columns(static_cast<size_t>(n), -1);
+    if (axisAligned) {
+      for (int32_t x = m.box.x0; x < m.box.x1; ++x) {
+        const CGPoint p = raster::sourcePoint(m.inverse, x, m.box.y0);
+        if (raster::inside(p.x, src.width)) columns[size_t(x - m.box.x0)] = int32_t(p.x);
+      }
+    }
+    std::vector<raster::RGBA8> row(static_cast<size_t>(src.width));
     for (int32_t y = m.box.y0; y < m.box.y1; ++y) {
       uint8_t* out = clip->row(y);
+      if (axisAligned) {
+        const CGPoint p = raster::sourcePoint(m.inverse, m.box.x0, y);
+        if (!raster::inside(p.y, src.height)) continue;
+        raster::loadRow(src.format, src.row(int32_t(p.y)), src.width, row.data());
+      }
       for (int32_t x = m.box.x0; x < m.box.x1; ++x) {
-        const CGPoint p = raster::sourcePoint(m.inverse, x, y);
-        if (!raster::inside(p.x, src.width) || !raster::inside(p.y, src.height)) continue;
-        const raster::RGBA8 q = raster::loadPixel(src.format, src.at(int32_t(p.x), int32_t(p.y)));
+        raster::RGBA8 q;
+        if (axisAligned) {
+          const int32_t sx = columns[size_t(x - m.box.x0)];
+          if (sx < 0) continue;
+          q = row[size_t(sx)];
+        } else {
+          const CGPoint p = raster::sourcePoint(m.inverse, x, y);
+          if (!raster::inside(p.x, src.width) || !raster::inside(p.y, src.height)) continue;
+          q = raster::loadPixel(src.format, src.at(int32_t(p.x), int32_t(p.y)));
+        }
         uint32_t level = (q.r * 77u + q.g * 150u + q.b * 29u + 128u) >> 8;
         if (old) level = raster::div255(level * old->row(y)[x]);
         out[x] = uint8_t(level);

@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "core/imaging/raster_internal.h"
 #include "tests/core/test_pictures.h"
 
 namespace zorvex {
@@ -116,7 +117,8 @@ TEST(FastPaths, ImageDrawsMatchTheGeneralPath) {
       image = CGImageCreateWithImageInRect(image, CGRectMake(r.range(0, sw - 1), r.range(0, sh - 1), r.range(1, sw), r.range(1, sh)));
     }
     const State s = State::random(r, w, h, r.chance(0.15));
-    const CGRect rect = CGRectMake(r.coordinate(-20, w), r.coordinate(-20, h), r.coordinate(-60, 80), r.coordinate(-60, 80));
+    CGRect rect = CGRectMake(r.coordinate(-20, w), r.coordinate(-20, h), r.coordinate(-60, 80), r.coordinate(-60, 80));
+    if (r.chance(0.25)) rect.size = CGSizeMake(double(CGImageGetWidth(image)), double(CGImageGetHeight(image)));  // shifts
     s.apply(fast);
     s.apply(slow);
     CGContextDrawImage(fast, rect, image);
@@ -149,6 +151,30 @@ TEST(FastPaths, LayerCompositesMatchTheGeneralPath) {
       CGContextDrawLayerAtPoint(slow, at, layer);
     }
     ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
+  }
+}
+
+TEST(FastPaths, ClipMasksMatchTheGeneralPath) {
+  Random r(31);
+  for (int iteration = 0; iteration < 400; ++iteration) {
+    const int w = r.range(1, 40), h = r.range(1, 40);
+    auto fast = testing::blankSurface(w, h), slow = testing::blankSurface(w, h);
+    State s = State::random(r, w, h, false);
+    if (!s.mask) {
+      s.mask = CGBitmapContextCreateImage(randomContext(r, r.range(1, w), r.range(1, h), randomFormat(r)));
+      s.maskRect = CGRectMake(r.coordinate(-5, w), r.coordinate(-5, h), r.coordinate(-20, w + 5), r.coordinate(-20, h + 5));
+    }
+    // A clip already in place is intersected with the new one.
+    for (auto* c : {&fast, &slow}) {
+      if (iteration % 2) CGContextClipToMask(*c, CGRectMake(0, 0, w, h), s.mask);
+      CGContextConcatCTM(*c, s.ctm);
+    }
+    CGContextClipToMask(fast, s.maskRect, s.mask);
+    {
+      FastPathsOff off;
+      CGContextClipToMask(slow, s.maskRect, s.mask);
+    }
+    ASSERT_EQ(fast->state().clip->coverage, slow->state().clip->coverage) << "iteration " << iteration;
   }
 }
 

@@ -35,7 +35,9 @@ class Cli : public ::testing::Test {
 
   Result run(const std::string& args) const {
     const std::string errFile = path("stderr.txt");
-    const std::string cmd = std::string(ZORVEX_CLI) + " " + args + " 2>" + errFile;
+    // Each test keeps its own defaults file (render reads the stored list and save quality).
+    const std::string cmd =
+        "ZORVEX_DEFAULTS=" + path("defaults.plist") + " " + std::string(ZORVEX_CLI) + " " + args + " 2>" + errFile;
     Result r{};
     FILE* p = popen(cmd.c_str(), "r");
     char buf[4096];
@@ -168,6 +170,30 @@ TEST_F(Cli, SizesOfTheRenderModes) {
   EXPECT_EQ(sizeOf("--width 17"), std::make_pair(size_t{17}, size_t{10}));   // 17 / (33 / 20) = 10.3
   EXPECT_EQ(sizeOf("--width 500"), std::make_pair(size_t{33}, size_t{20}));  // never scaled up
   EXPECT_EQ(sizeOf("--width 17 --effected-only"), std::make_pair(size_t{17}, size_t{10}));
+}
+
+TEST_F(Cli, EditToolsTurnMirrorAndFlatten) {
+  const std::string in = picture("in.png", 40, 24);  // red top-left corner
+  auto render = [&](const std::string& extra) {
+    const Result r = run("render " + in + " -o " + path("t.png") + " --seed 4 " + extra);
+    EXPECT_EQ(r.code, 0) << extra << r.err;
+    return load(path("t.png"));
+  };
+  auto redAt = [](const CGImageRef& img, int x, int y) { return img->pixels().at(x, y)[0] > 200 && img->pixels().at(x, y)[1] < 60; };
+  CGImageRef right = render("--effects '' --effected-only --rotate right");
+  ASSERT_EQ(CGImageGetWidth(right), 24u);
+  EXPECT_TRUE(redAt(right, 22, 1));
+  CGImageRef left = render("--effects '' --effected-only --rotate left");
+  EXPECT_TRUE(redAt(left, 1, 38));
+  EXPECT_TRUE(redAt(render("--effects '' --effected-only --mirror h"), 38, 1));
+  EXPECT_TRUE(redAt(render("--effects '' --effected-only --mirror v"), 1, 22));
+  // Flattening at half size halves the base each time, then the final halves it once more.
+  CGImageRef flat = render("--effects AGENCY --flatten 2 --half");
+  EXPECT_EQ(CGImageGetWidth(flat), 5u);
+  EXPECT_EQ(CGImageGetHeight(flat), 3u);
+  for (const std::string bad : {"--rotate up", "--mirror x", "--flatten -1", "--flatten 2 --width 10"}) {
+    EXPECT_EQ(run("render " + in + " -o " + path("u.png") + " " + bad).code, 2) << bad;
+  }
 }
 
 TEST_F(Cli, SeedsRepeatALookAndAFreshRollSaysItsSeed) {
