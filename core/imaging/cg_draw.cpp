@@ -156,30 +156,39 @@ void drawGeneralAs(CGContext& c, const ImageMapping& m, const PixelView& src) {
   constexpr int32_t kTile = 64;
   std::vector<RGBA8> span(kTile);
   std::vector<uint8_t> cov(kTile);
+  double us[kTile], vs[kTile];
   Taps tx, ty;
+  const CGAffineTransform& inv = m.inverse;
   for (int32_t x0 = m.box.x0; x0 < m.box.x1; x0 += kTile) {
-    const int32_t x1 = std::min(m.box.x1, x0 + kTile);
+    const int32_t x1 = std::min(m.box.x1, x0 + kTile), count = x1 - x0;
     for (int32_t y = m.box.y0; y < m.box.y1; ++y) {
       const uint8_t* clipRow = gs.clip ? gs.clip->row(y) : nullptr;
+      // The source points of the row, as sourcePoint computes them, in a loop of their own so that
+      // it vectorises.
+      const double Y = y + 0.5;
+      for (int32_t i = 0; i < count; ++i) {
+        const double X = (x0 + i) + 0.5;
+        us[i] = inv.a * X + inv.c * Y + inv.tx;
+        vs[i] = inv.b * X + inv.d * Y + inv.ty;
+      }
       int32_t first = kTile, last = -1;
-      for (int32_t x = x0; x < x1; ++x) {
-        const size_t i = size_t(x - x0);
-        const CGPoint p = sourcePoint(m.inverse, x, y);
-        if (!inside(p.x, src.width) || !inside(p.y, src.height)) {
-          cov[i] = 0;
+      for (int32_t i = 0; i < count; ++i) {
+        const double u = us[i], v = vs[i];
+        if (!inside(u, src.width) || !inside(v, src.height)) {
+          cov[size_t(i)] = 0;
           continue;
         }
-        cov[i] = clipRow ? clipRow[x] : 255;
-        first = std::min(first, int32_t(i));
-        last = int32_t(i);
+        cov[size_t(i)] = clipRow ? clipRow[x0 + i] : 255;
+        first = std::min(first, i);
+        last = i;
         if (nearest) {
-          span[i] = loadAs<F>(src.at(int32_t(p.x), int32_t(p.y)));
+          span[size_t(i)] = loadAs<F>(src.at(int32_t(u), int32_t(v)));
         } else if (!m.axisAligned) {
-          span[i] = bilinear<F>(src, tentAt(p.x, src.width), tentAt(p.y, src.height));
+          span[size_t(i)] = bilinear<F>(src, tentAt(u, src.width), tentAt(v, src.height));
         } else {
-          axisTaps(p.x, scaleX, src.width, true, tx);
-          axisTaps(p.y, scaleY, src.height, true, ty);
-          span[i] = filtered(src, tx, ty);
+          axisTaps(u, scaleX, src.width, true, tx);
+          axisTaps(v, scaleY, src.height, true, ty);
+          span[size_t(i)] = filtered(src, tx, ty);
         }
       }
       if (last >= first) {
