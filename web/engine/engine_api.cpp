@@ -34,6 +34,7 @@ struct Engine {
   std::vector<uint8_t> picture;
   int32_t pictureWidth = 0, pictureHeight = 0;
   std::string text;  // the last string handed out
+  uint32_t kernelsRun = 0;  // kernels run since the start, for tests that a redraw runs none
 };
 
 Engine& engine() {
@@ -111,6 +112,7 @@ EMSCRIPTEN_KEEPALIVE int zv_init(const uint8_t* defaults, int32_t length, double
   setAnalyticsSink(&e.analytics);
   EffectsData& data = EffectsData::shared();
   data.setDefaults(&e.defaults);
+  data.onEffect = [](size_t, size_t, const Effect&) { ++engine().kernelsRun; };
   data.effects.clear();
   data.loadEffects();
   if (!e.view) e.view = std::make_unique<EffectedImageView>(scale > 0 ? scale : 1.0);
@@ -156,6 +158,8 @@ EMSCRIPTEN_KEEPALIVE int zv_render(int32_t skipEffects) {
   view().render(skipEffects != 0);
   return 1;
 }
+
+EMSCRIPTEN_KEEPALIVE uint32_t zv_kernels_run() { return engine().kernelsRun; }
 
 EMSCRIPTEN_KEEPALIVE int zv_is_drawing() { return view().isDrawing ? 1 : 0; }
 

@@ -18,6 +18,7 @@ declare module '@engine/zorvex_engine.mjs' {
     _zv_layout(width: number, height: number): void;
     _zv_render(skipEffects: number): number;
     _zv_is_drawing(): number;
+    _zv_kernels_run(): number;
     _zv_compose(width: number, height: number): number;
     _zv_render_final(): number;
     _zv_picture(): number;

@@ -83,7 +83,6 @@ async function start(): Promise<void> {
     },
     randomUniform,
   });
-  imageView.onEngineRestart = () => vc.showInfoMessage('Engine restarted');
   engine.onRestarted = () => void imageView.restore();
 
   dom.connect(vc, cameraControlsVC, editControlsVC);

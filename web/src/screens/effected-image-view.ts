@@ -37,8 +37,6 @@ export class EffectedImageView {
   delegate: EffectedImageViewDelegate | null = null;
   hasOriginal = false;
   controlSeed: string | null = null;
-  // Told when a request failed because the engine was started again, so the screen can say so.
-  onEngineRestart: (() => void) | null = null;
 
   private layerAlphaValue = 1;
   private pendingFrame: RawPicture | null = null;
@@ -242,11 +240,8 @@ export class EffectedImageView {
   }
 
   private failed(error: unknown): void {
-    if (error instanceof EngineRestarted) {
-      this.onEngineRestart?.();
-      return;
-    }
-    throw error;
+    // The new engine is given the picture again (restore); anything else is a fault.
+    if (!(error instanceof EngineRestarted)) throw error;
   }
 }
 

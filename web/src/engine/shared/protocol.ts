@@ -37,6 +37,8 @@ export type EngineRequest =
   | { type: 'randomizeEffects' }
   | { type: 'setActiveEffects'; names: string[] }
   | { type: 'effects' }
+  // How many kernels have run since the engine started, and the base's size.
+  | { type: 'status' }
   | { type: 'rotate'; degrees: number; mirrored: boolean }
   | { type: 'flatten'; state: ViewState }
   | { type: 'renderFinal'; state: ViewState; mimeType: string; quality: number }
@@ -61,6 +63,7 @@ export interface Replies {
   randomizeEffects: Record<string, never>;
   setActiveEffects: { active: number };
   effects: { rows: EffectRow[] };
+  status: { kernelsRun: number; originalWidth: number; originalHeight: number };
   rotate: { ok: boolean };
   flatten: { ok: boolean; picture: RawPicture | null };
   // The final as an encoded file where the Worker can encode, else as pixels.

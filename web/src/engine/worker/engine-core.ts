@@ -107,6 +107,12 @@ export class EngineCore {
       }
       case 'effects':
         return { rows: JSON.parse(m.UTF8ToString(m._zv_effects_json())) };
+      case 'status':
+        return {
+          kernelsRun: m._zv_kernels_run() >>> 0,
+          originalWidth: m._zv_original_width(),
+          originalHeight: m._zv_original_height(),
+        };
       case 'rotate':
         return { ok: m._zv_rotate_base_image(request.degrees, request.mirrored ? 1 : 0) === 1 };
       case 'flatten': {
