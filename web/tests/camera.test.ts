@@ -32,25 +32,15 @@ class FakeSession implements CaptureSession {
     this.inputs.push(input);
     return true;
   }
-  removeInput(input: CaptureInput) {
-    this.inputs = this.inputs.filter((i) => i !== input);
-  }
+  removeInput(input: CaptureInput) { this.inputs = this.inputs.filter((i) => i !== input); }
   setVideoOutput(onFrame: (grab: () => RawPicture | null) => void) {
     this.onFrame = onFrame;
   }
-  activeFormatDimensions() {
-    return { width: 1920, height: 1080 };
-  }
+  activeFormatDimensions() { return { width: 1920, height: 1080 }; }
   async setPreset() {}
-  addPhotoOutput() {
-    return true;
-  }
-  async startRunning() {
-    this.isRunning = true;
-  }
-  stopRunning() {
-    this.isRunning = false;
-  }
+  addPhotoOutput() { return true; }
+  async startRunning() { this.isRunning = true; }
+  stopRunning() { this.isRunning = false; }
   photo: Promise<Blob> = Promise.resolve(new Blob([new Uint8Array(10)]));
   capturePhoto(flash: CaptureFlashMode | null) {
     this.photoFlash = flash;
@@ -70,9 +60,7 @@ class FakeBackend implements CaptureBackend {
     this.sessions.push(s);
     return s;
   }
-  async defaultDevice(position: 'back' | 'front') {
-    return position === 'back' ? this.back : this.front;
-  }
+  async defaultDevice(position: 'back' | 'front') { return position === 'back' ? this.back : this.front; }
   makeInput(d: CaptureDevice): CaptureInput {
     if (this.inputError) throw new Error(this.inputError);
     return { device: d };

@@ -72,54 +72,24 @@ class FakeView implements MainScreenView, CameraControlsView {
   axis = '';
   flashImage = '';
   noDevicesHidden = true;
-  setBusy(b: boolean) {
-    this.busy = b;
-  }
-  setInfoText(t: string) {
-    this.info = t;
-  }
-  setInfoAlpha(a: number) {
-    this.infoAlpha = a;
-  }
-  slideControls(m: Mode) {
-    this.slid = m;
-  }
-  setBlendPanelOpen(o: boolean) {
-    this.blendOpen = o;
-  }
-  setBlendPickerRows(r: readonly string[]) {
-    this.rows = r;
-  }
-  selectBlendRow(r: number) {
-    this.selectedRow = r;
-  }
-  setBlendButtonTitle(t: string) {
-    this.blendTitle = t;
-  }
+  setBusy(b: boolean) { this.busy = b; }
+  setInfoText(t: string) { this.info = t; }
+  setInfoAlpha(a: number) { this.infoAlpha = a; }
+  slideControls(m: Mode) { this.slid = m; }
+  setBlendPanelOpen(o: boolean) { this.blendOpen = o; }
+  setBlendPickerRows(r: readonly string[]) { this.rows = r; }
+  selectBlendRow(r: number) { this.selectedRow = r; }
+  setBlendButtonTitle(t: string) { this.blendTitle = t; }
   setButtonTitles() {}
-  setPictureInteraction(e: boolean) {
-    this.interaction = e;
-  }
-  setMainAxis(a: string) {
-    this.axis = a;
-  }
-  presentImagePicker() {
-    this.pickerOpen = true;
-  }
-  dismissImagePicker() {
-    this.pickerOpen = false;
-  }
-  showAlert(a: Alert) {
-    this.alerts.push(a);
-  }
+  setPictureInteraction(e: boolean) { this.interaction = e; }
+  setMainAxis(a: string) { this.axis = a; }
+  presentImagePicker() { this.pickerOpen = true; }
+  dismissImagePicker() { this.pickerOpen = false; }
+  showAlert(a: Alert) { this.alerts.push(a); }
   setFlipEnabled() {}
   setFlashEnabled() {}
-  setFlashImage(i: string) {
-    this.flashImage = i;
-  }
-  setNoDevicesLabelHidden(h: boolean) {
-    this.noDevicesHidden = h;
-  }
+  setFlashImage(i: string) { this.flashImage = i; }
+  setNoDevicesLabelHidden(h: boolean) { this.noDevicesHidden = h; }
 }
 
 class FakeCamera {
@@ -129,9 +99,7 @@ class FakeCamera {
   uiDelegate: unknown = null;
   photos = 0;
   start = vi.fn((done?: () => void) => done?.());
-  takePhoto() {
-    this.photos += 1;
-  }
+  takePhoto() { this.photos += 1; }
   flipCamera = vi.fn();
   cycleFlash = vi.fn();
 }
