@@ -3,12 +3,15 @@
 JOBS ?= $(shell nproc)
 NATIVE := build
 WASM := build-wasm
+FUZZ := build-fuzz
+FUZZ_TIME ?= 3600
 EMENV := NODE_PATH=/usr/share/nodejs
 SAMPLE_OUT ?= $(CURDIR)/build/sample-out.png
 PORT ?= 8080
 NPM_STAMP := web/node_modules/.package-lock.json
 
-.PHONY: all deps native wasm web test test-native test-wasm test-web run sample bench bench-web clean
+.PHONY: all deps native wasm web test test-native test-wasm test-web test-fuzz fuzz-build fuzz-jpeg run sample \
+  bench bench-web clean
 
 all: deps native wasm web
 
@@ -47,8 +50,31 @@ test-web: web native
 	cd web && node node_modules/vitest/vitest.mjs run
 	cd web && node --test e2e/app.test.mjs
 
-test: test-native test-wasm test-web
-	@echo "All tests passed (native, WebAssembly and web)."
+test: test-native test-wasm test-fuzz test-web
+	@echo "All tests passed (native, WebAssembly, fuzzing and web)."
+
+# The fuzz targets build with clang and the sanitizers in their own folder.
+$(FUZZ)/CMakeCache.txt:
+	CXX=clang++ cmake -S tests/fuzz -B $(FUZZ) -DCMAKE_BUILD_TYPE=None
+
+fuzz-build: deps $(FUZZ)/CMakeCache.txt
+	cmake --build $(FUZZ) -j $(JOBS)
+
+# A bounded run of the JPEG decoder's fuzz target from fresh seeds, part of `make test`.
+test-fuzz: fuzz-build
+	rm -rf $(FUZZ)/corpus-test && mkdir -p $(FUZZ)/corpus-test $(FUZZ)/artifacts
+	$(FUZZ)/jpeg_fuzz_seeds $(FUZZ)/corpus-test
+	$(FUZZ)/jpeg_decoder_fuzz -max_total_time=40 -timeout=10 -rss_limit_mb=2048 \
+	  -artifact_prefix=$(FUZZ)/artifacts/ $(FUZZ)/corpus-test > $(FUZZ)/fuzz-test.log 2>&1 \
+	  || { tail -40 $(FUZZ)/fuzz-test.log; echo "JPEG decoder fuzzing failed: $(FUZZ)/artifacts/"; exit 1; }
+	@grep -h '^Done' $(FUZZ)/fuzz-test.log
+
+# A long run (FUZZ_TIME seconds, default an hour) whose corpus grows from run to run.
+fuzz-jpeg: fuzz-build
+	mkdir -p $(FUZZ)/corpus $(FUZZ)/artifacts
+	$(FUZZ)/jpeg_fuzz_seeds $(FUZZ)/corpus
+	$(FUZZ)/jpeg_decoder_fuzz -max_total_time=$(FUZZ_TIME) -timeout=10 -rss_limit_mb=2048 \
+	  -artifact_prefix=$(FUZZ)/artifacts/ $(FUZZ)/corpus
 
 run: all
 	$(NATIVE)/zorvex serve --port $(PORT)
@@ -64,4 +90,4 @@ bench-web: all
 	cd web && node e2e/bench.mjs
 
 clean:
-	rm -rf $(NATIVE) $(WASM) web/dist
+	rm -rf $(NATIVE) $(WASM) $(FUZZ) web/dist

@@ -7,6 +7,7 @@ packages=(
   emscripten nodejs
   libpng-dev libjpeg62-turbo-dev libexif-dev libpixman-1-dev
   libplist-utils
+  clang libclang-rt-14-dev libturbojpeg0-dev
   libcpp-httplib-dev chromium
 )
 # npm comes with some builds of nodejs and is a package of its own with Debian's.

@@ -94,4 +94,13 @@ void draw4x4Char(const uint8_t* glyph, CGPoint point, float W, float H, const CG
 void vortron(const CGContextRef& context, const CGLayerRef& layer, ControlFloats controls);
 void glassdagger(const CGContextRef& context, const CGLayerRef& layer, ControlFloats controls);
 
+// JPEG byte corruption ("2600++", "SIGSTOP").
+// Encodes the context as JPEG at `compression`, overwrites `glitchCount` runs of `glitchSize` bytes
+// with 7s at random places behind the first 600 bytes, decodes the rest into the layer at the
+// context's size and draws the layer into the context.
+void JPEGCompressAndGlitchContext(const CGContextRef& context, const CGLayerRef& layer, int32_t glitchCount,
+                                  int32_t glitchSize, float compression);
+void _2600(const CGContextRef& context, const CGLayerRef& layer, ControlFloats controls);
+void sigStop(const CGContextRef& context, const CGLayerRef& layer, ControlFloats controls);
+
 }  // namespace zorvex::KCGContextProcessing
