@@ -32,8 +32,10 @@ wasm: deps $(WASM)/CMakeCache.txt
 
 # The web app: its npm packages from the lock file, then the Vite build into web/dist, which takes the
 # engine module from the WebAssembly build.
+# npm ci refuses a lock file that lacks other platforms' optional packages, which a registry mirror
+# without them leaves out; npm install then takes the same locked versions and skips those.
 $(NPM_STAMP): web/package.json web/package-lock.json
-	cd web && npm ci --no-audit --no-fund
+	cd web && (npm ci --no-audit --no-fund || npm install --no-audit --no-fund --no-save)
 
 web: wasm $(NPM_STAMP)
 	cd web && node node_modules/typescript/bin/tsc --noEmit -p . && node node_modules/vite/bin/vite.js build --logLevel warn

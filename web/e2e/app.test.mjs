@@ -251,6 +251,23 @@ test('an engine that dies is replaced and the app carries on', async () => {
   assert.deepEqual(await effects(), rows);
 });
 
+test('the app opens again without the network once it has been loaded', async () => {
+  await page.evaluate(() => navigator.serviceWorker.ready);
+  await page.reload(); // now under the service worker's control
+  await page.waitForFunction(() => window.zorvex !== undefined);
+  await browser.context.setOffline(true);
+  try {
+    await page.reload();
+    await page.waitForFunction(() => window.zorvex !== undefined, null, { timeout: 15000 });
+    await waitForFrames(3);
+  } finally {
+    await browser.context.setOffline(false);
+  }
+  const manifest = await page.evaluate(async () => (await fetch('./manifest.webmanifest')).json());
+  assert.equal(manifest.display, 'standalone');
+  assert.ok(manifest.icons.some((i) => i.sizes === '512x512'));
+});
+
 test('landscape and desktop arrangements', async () => {
   await page.setViewportSize({ width: 844, height: 390 });
   await page.waitForTimeout(300);
