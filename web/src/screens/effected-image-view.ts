@@ -181,7 +181,6 @@ export class EffectedImageView {
     if (!this.hasOriginal) return false;
     try {
       const reply = await this.engine.request({ type: 'rotate', degrees, mirrored });
-      if (reply.ok) this.still = null;
       return reply.ok;
     } catch (error) {
       this.failed(error);
@@ -194,7 +193,6 @@ export class EffectedImageView {
     try {
       const reply = await this.engine.request({ type: 'flatten', state: this.state() });
       if (reply.picture) this.view.show(reply.picture);
-      if (reply.ok) this.still = null;
       return reply.ok;
     } catch (error) {
       this.failed(error);
@@ -232,7 +230,8 @@ export class EffectedImageView {
     await this.library.share(file, pictureName()).catch((error: unknown) => console.log(`Export: ${String(error)}`));
   }
 
-  // A new engine took over: it gets the controls and the still again, and the picture is shown anew.
+  // A new engine took over: it gets the controls and the still again (as it was loaded: turns and
+  // flattens made since are lost with the old engine), and the picture is shown anew.
   async restore(): Promise<void> {
     if (this.controlSeed) await this.engine.request({ type: 'setControlSeed', seed: this.controlSeed });
     if (this.still) await this.setOriginalStill(this.still);
