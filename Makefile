@@ -35,7 +35,7 @@ wasm: deps $(WASM)/CMakeCache.txt
 # npm ci refuses a lock file that lacks other platforms' optional packages, which a registry mirror
 # without them leaves out; npm install then takes the same locked versions and skips those.
 $(NPM_STAMP): web/package.json web/package-lock.json
-	cd web && (npm ci --no-audit --no-fund || npm install --no-audit --no-fund --no-save)
+	cd web && (npm ci --no-audit --no-fund >/dev/null 2>&1 || npm install --no-audit --no-fund --no-save)
 
 web: wasm $(NPM_STAMP)
 	cd web && node node_modules/typescript/bin/tsc --noEmit -p . && node node_modules/vite/bin/vite.js build --logLevel warn
