@@ -1,5 +1,5 @@
-# Zorvex: `make` builds everything, `make test` builds and runs every test, `make run` renders the
-# sample picture. Each installs what is missing first.
+# Zorvex: `make` builds everything, `make test` builds and runs every test, `make run` builds
+# everything and serves the web app on localhost. Each installs what is missing first.
 JOBS ?= $(shell nproc)
 NATIVE := build
 WASM := build-wasm
@@ -7,10 +7,13 @@ FUZZ := build-fuzz
 FUZZ_TIME ?= 3600
 EMENV := NODE_PATH=/usr/share/nodejs
 SAMPLE_OUT ?= $(CURDIR)/build/sample-out.png
+PORT ?= 8080
+NPM_STAMP := web/node_modules/.package-lock.json
 
-.PHONY: all deps native wasm test test-native test-wasm test-fuzz fuzz-build fuzz-jpeg run bench clean
+.PHONY: all deps native wasm web test test-native test-wasm test-web test-fuzz fuzz-build fuzz-jpeg run sample \
+  bench bench-web clean
 
-all: deps native wasm
+all: deps native wasm web
 
 deps:
 	@tools/install-deps.sh
@@ -27,14 +30,30 @@ native: deps $(NATIVE)/CMakeCache.txt
 wasm: deps $(WASM)/CMakeCache.txt
 	$(EMENV) cmake --build $(WASM) -j $(JOBS)
 
+# The web app: its npm packages from the lock file, then the Vite build into web/dist, which takes the
+# engine module from the WebAssembly build.
+# npm ci refuses a lock file that lacks other platforms' optional packages, which a registry mirror
+# without them leaves out; npm install then takes the same locked versions and skips those.
+$(NPM_STAMP): web/package.json web/package-lock.json
+	cd web && (npm ci --no-audit --no-fund >/dev/null 2>&1 || npm install --no-audit --no-fund --no-save)
+
+web: wasm $(NPM_STAMP)
+	cd web && node node_modules/typescript/bin/tsc --noEmit -p . && node node_modules/vite/bin/vite.js build --logLevel warn
+
 test-native: native
 	cd $(NATIVE) && ctest --output-on-failure
 
 test-wasm: wasm
 	cd $(WASM) && $(EMENV) ctest --output-on-failure
 
-test: test-native test-wasm test-fuzz
-	@echo "All tests passed (native and WebAssembly)."
+# The web app's logic and its engine module under Vitest, then the app end to end in Chromium (the
+# screenshots land in build/e2e-screenshots).
+test-web: web native
+	cd web && node node_modules/vitest/vitest.mjs run
+	cd web && node --test e2e/app.test.mjs
+
+test: test-native test-wasm test-fuzz test-web
+	@echo "All tests passed (native, WebAssembly, fuzzing and web)."
 
 # The fuzz targets build with clang and the sanitizers in their own folder.
 $(FUZZ)/CMakeCache.txt:
@@ -59,11 +78,18 @@ fuzz-jpeg: fuzz-build
 	$(FUZZ)/jpeg_decoder_fuzz -max_total_time=$(FUZZ_TIME) -timeout=10 -rss_limit_mb=2048 \
 	  -artifact_prefix=$(FUZZ)/artifacts/ $(FUZZ)/corpus
 
-run: native
+run: all
+	$(NATIVE)/zorvex serve --port $(PORT)
+
+sample: native
 	$(NATIVE)/zorvex render --sample -o $(SAMPLE_OUT)
 
 bench: native
 	$(NATIVE)/zorvex_bench
 
+# Frames per second of the live feed and the time of a 12-megapixel final, in Chromium.
+bench-web: all
+	cd web && node e2e/bench.mjs
+
 clean:
-	rm -rf $(NATIVE) $(WASM) $(FUZZ)
+	rm -rf $(NATIVE) $(WASM) $(FUZZ) web/dist

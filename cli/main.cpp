@@ -17,6 +17,8 @@ usage:
   zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
                                         time each kernel at preview, edit and
                                         12-megapixel sizes
+  zorvex serve [--port 8080] [--message FILE]
+                                        serve the web app on localhost
   zorvex help                           this text
 
 render, effects and settings load the stored effect list first (its diagnostic
@@ -64,6 +66,14 @@ effects actions (each changes the list and stores it, then lists it):
   randomize               shuffle the rows and turn on the first two only
   reset                   the built-in list, VETH and AGENCY on
 
+serve options:
+  --port N                the port on localhost (default 8080; 0 picks a free
+                          one); the address to open is printed
+  --message FILE          the JSON document answered at
+                          /zorvex/messageJSON.php (default: an empty answer)
+  --root DIR              the built app (default: web/dist beside the build
+                          folder that holds this program)
+
 settings actions:
   (none)                  show the frame and save quality, the tutorial flags
                           and the launch count
@@ -107,6 +117,7 @@ int main(int argc, char** argv) {
   if (command == "effects") return effectsCommand(argc, argv);
   if (command == "settings") return settingsCommand(argc, argv);
   if (command == "bench") return benchCommand(argc, argv);
+  if (command == "serve") return serveCommand(argc, argv);
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;
 }

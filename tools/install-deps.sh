@@ -8,7 +8,10 @@ packages=(
   libpng-dev libjpeg62-turbo-dev libexif-dev libpixman-1-dev
   libplist-utils
   clang libclang-rt-14-dev libturbojpeg0-dev
+  libcpp-httplib-dev chromium
 )
+# npm comes with some builds of nodejs and is a package of its own with Debian's.
+command -v npm >/dev/null || packages+=(npm)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -1,0 +1,116 @@
+// The app's start: storage, the engine Worker, the camera, the main screen and its views.
+import { BrowserCaptureBackend } from './capture/browser-capture';
+import { Camera } from './capture/camera';
+import { EngineClient, type WorkerLike } from './engine/client/engine-client';
+import { setAnalyticsSink, StoredAnalytics } from './platform/analytics';
+import { PageDefaults } from './platform/defaults';
+import { BrowserPhotoLibrary } from './platform/photo-library';
+import { decodePicture } from './platform/pictures';
+import { SettingsController } from './platform/settings';
+import { MemoryStorage, type KeyValueStorage } from './platform/storage';
+import { CameraIntefaceVC } from './screens/camera-inteface-vc';
+import { CameraControlsVC, EditControlsVC } from './screens/controls';
+import { MainScreenDom, PictureCanvas } from './screens/dom/main-screen-dom';
+import { EffectedImageView } from './screens/effected-image-view';
+
+function browserStorage(): KeyValueStorage {
+  try {
+    const storage = window.localStorage;
+    storage.setItem('zorvex.probe', '1');
+    return storage;
+  } catch {
+    console.log('The browser keeps no storage for this page: nothing will be remembered');
+    return new MemoryStorage();
+  }
+}
+
+// Uniform in [0, bound) from the browser's crypto, without modulo bias.
+function randomUniform(bound: number): number {
+  if (bound < 2) return 0;
+  const limit = 0x100000000 - (0x100000000 % bound);
+  const word = new Uint32Array(1);
+  for (;;) {
+    crypto.getRandomValues(word);
+    if (word[0]! < limit) return word[0]! % bound;
+  }
+}
+
+async function start(): Promise<void> {
+  if ('serviceWorker' in navigator && import.meta.env.PROD) {
+    navigator.serviceWorker.register('./sw.js').catch((error: unknown) => console.log(`No offline use: ${String(error)}`));
+  }
+
+  const storage = browserStorage();
+  const defaults = new PageDefaults(storage);
+  const analytics = new StoredAnalytics(storage);
+  setAnalyticsSink(analytics);
+  const settings = new SettingsController(defaults);
+
+  const engine = new EngineClient(
+    () =>
+      new Worker(new URL('./engine/worker/engine.worker.ts', import.meta.url), { type: 'module' }) as unknown as WorkerLike,
+    defaults,
+    analytics,
+    window.devicePixelRatio || 1,
+  );
+  const init = await engine.start();
+  document.getElementById('starting')?.classList.add('gone');
+
+  const dom = new MainScreenDom();
+  const canvas = new PictureCanvas(dom.canvas);
+  const library = new BrowserPhotoLibrary(
+    (title, action) =>
+      new Promise((resolve) => {
+        dom.showAlert({ title, body: 'The picture is ready.', cancel: 'Cancel', action, onAction: () => resolve(true) });
+        document.getElementById('alert-cancel')?.addEventListener('click', () => resolve(false), { once: true });
+      }),
+  );
+  const imageView = new EffectedImageView(engine, canvas, library, decodePicture);
+  const cameraControlsVC = new CameraControlsVC(dom);
+  const editControlsVC = new EditControlsVC();
+  const video = document.getElementById('camera-video') as HTMLVideoElement;
+  const backend = new BrowserCaptureBackend(video);
+
+  const vc = new CameraIntefaceVC({
+    view: dom,
+    imageView,
+    settings,
+    cameraControlsVC,
+    editControlsVC,
+    makeCamera: () => new Camera(backend, defaults, settings, true),
+    randomizeEffects: async () => {
+      await engine.request({ type: 'randomizeEffects' });
+    },
+    randomUniform,
+  });
+  engine.onRestarted = () => void imageView.restore();
+
+  dom.connect(vc, cameraControlsVC, editControlsVC);
+  vc.viewDidLoad();
+  vc.sizeChanged(window.innerWidth, window.innerHeight);
+  vc.viewWillAppear();
+  vc.viewDidAppear(init.launchCount);
+
+  // A new size of the window: the new arrangement, then a layout and a display at the new size.
+  const relayout = () => {
+    vc.sizeChanged(window.innerWidth, window.innerHeight);
+    requestAnimationFrame(() => {
+      if (canvas.fit()) void imageView.render(true);
+    });
+  };
+  new ResizeObserver(relayout).observe(dom.canvas);
+  window.addEventListener('resize', relayout);
+  document.addEventListener('visibilitychange', () => {
+    if (document.hidden) vc.viewDidDisappear();
+    else vc.viewWillAppear();
+  });
+
+  // For the end-to-end tests and the browser benchmark.
+  Object.assign(window, { zorvex: { engine, vc, imageView, canvas, analytics, defaults, settings } });
+}
+
+start().catch((error: unknown) => {
+  console.error(error);
+  const starting = document.getElementById('starting');
+  if (starting) starting.textContent = `Zorvex could not start: ${error instanceof Error ? error.message : String(error)}`;
+});

@@ -1,0 +1,97 @@
+// The user defaults on the page's side. The engine Worker owns the dictionary (the same binary
+// property list as the command line's defaults file); the page stores each version it is sent, in
+// base64 under one key of the browser's storage, and keeps the simple values for reading at once.
+// Writes from the page take effect here at once and go on to the Worker; a version from the Worker
+// replaces the values only when it includes the page's latest write.
+import type { DefaultsSnapshot } from '../engine/shared/protocol';
+import { base64ToBytes, bytesToBase64, type KeyValueStorage } from './storage';
+
+export const kDefaultsStorageKey = 'zorvex.defaults';
+
+export interface PendingWrite {
+  seq: number;
+  key: string;
+  value: number | boolean;
+}
+
+export class PageDefaults {
+  private values: Record<string, number | boolean | string> = {};
+  private seq = 0;
+  private pending: PendingWrite[] = [];
+  // Where a write goes after it took effect here: the engine.
+  send: ((write: PendingWrite) => void) | null = null;
+
+  constructor(private readonly storage: KeyValueStorage) {}
+
+  // The stored dictionary's bytes, or null when there are none (or they are not base64, in which case
+  // they are kept aside under another key and the defaults start empty).
+  storedBytes(): Uint8Array | null {
+    const text = this.storage.getItem(kDefaultsStorageKey);
+    if (text === null || text === '') return null;
+    const bytes = base64ToBytes(text);
+    if (!bytes) this.keepAside(`not base64`);
+    return bytes;
+  }
+
+  // The engine could not read the stored bytes: they are kept under another key before anything
+  // overwrites them.
+  keepAside(reason: string): void {
+    const text = this.storage.getItem(kDefaultsStorageKey);
+    if (text === null) return;
+    const aside = `${kDefaultsStorageKey}.unreadable-${new Date().toISOString()}`;
+    this.storage.setItem(aside, text);
+    this.storage.setItem(kDefaultsStorageKey, '');
+    console.log(`Stored defaults could not be read (${reason}); kept under ${aside}, starting from empty defaults`);
+  }
+
+  // A version of the dictionary from the engine.
+  applySnapshot(snapshot: DefaultsSnapshot): void {
+    this.storage.setItem(kDefaultsStorageKey, bytesToBase64(new Uint8Array(snapshot.bytes)));
+    this.pending = this.pending.filter((w) => w.seq > snapshot.seq);
+    if (snapshot.seq >= this.seq) this.values = { ...snapshot.values };
+  }
+
+  // Writes not yet in a version from the engine, oldest first: a new engine gets them again.
+  pendingWrites(): readonly PendingWrite[] {
+    return this.pending;
+  }
+
+  // The sequence number of the latest write that the stored bytes include.
+  includedSeq(): number {
+    return this.pending.length > 0 ? this.pending[0]!.seq - 1 : this.seq;
+  }
+
+  integerForKey(key: string): number {
+    const v = this.values[key];
+    if (typeof v === 'number') return Math.trunc(v);
+    if (typeof v === 'boolean') return v ? 1 : 0;
+    if (typeof v === 'string') {
+      const n = Number.parseInt(v, 10);
+      return Number.isFinite(n) ? n : 0;
+    }
+    return 0;
+  }
+
+  boolForKey(key: string): boolean {
+    const v = this.values[key];
+    if (typeof v === 'boolean') return v;
+    if (typeof v === 'number') return v !== 0;
+    if (typeof v === 'string') return /^\s*[+-]?0*[YyTt1-9]/.test(v);
+    return false;
+  }
+
+  setInteger(value: number, key: string): void {
+    this.write(key, Math.trunc(value));
+  }
+
+  setBool(value: boolean, key: string): void {
+    this.write(key, value);
+  }
+
+  private write(key: string, value: number | boolean): void {
+    this.values[key] = value;
+    const write = { seq: ++this.seq, key, value };
+    this.pending.push(write);
+    this.send?.(write);
+  }
+}

@@ -1,0 +1,540 @@
+// The main screen: the conductor of the app. It owns the one Camera and the picture view, moves between
+// photo mode (the live feed) and edit mode (a still), turns every control into a change of the
+// picture's parameters and a render, and says what happened in the info label. It drives a
+// MainScreenView and touches no pixels and no DOM itself.
+import type { Camera, CameraDelegate } from '../capture/camera';
+import { blendModeCount, blendModeLabels } from '../engine/shared/blend-modes';
+import type { RawPicture } from '../engine/shared/protocol';
+import { AnalyticsHelper } from '../platform/analytics';
+import type { SettingsController } from '../platform/settings';
+import {
+  UtlityFunction,
+  type CameraControlsDelegate,
+  type CameraControlsVC,
+  type EditControlsDelegate,
+  type EditControlsVC,
+} from './controls';
+import type { EffectedImageView, EffectedImageViewDelegate } from './effected-image-view';
+
+export enum Mode {
+  photo = 0,
+  edit = 1,
+}
+
+export interface Alert {
+  title: string;
+  body: string;
+  cancel: string | null;
+  action: string;
+  onAction: () => void;
+}
+
+export type Axis = 'vertical' | 'horizontal';
+
+export interface MainScreenView {
+  setBusy(busy: boolean): void;
+  setInfoText(text: string): void;
+  setInfoAlpha(alpha: number): void;
+  // Slides the bottom panels: the edit controls in (edit) or the camera controls back (photo).
+  slideControls(mode: Mode): void;
+  setBlendPanelOpen(open: boolean): void;
+  // The picker's rows: the blend modes and, last, "Random".
+  setBlendPickerRows(rows: readonly string[]): void;
+  selectBlendRow(row: number): void;
+  setBlendButtonTitle(title: string): void;
+  setButtonTitles(titles: { randomEffects: string; randomParams: string; blend: string; effectsArrange: string }): void;
+  setPictureInteraction(enabled: boolean): void;
+  setMainAxis(axis: Axis, bottomSize: number): void;
+  presentImagePicker(): void;
+  dismissImagePicker(): void;
+  showAlert(alert: Alert): void;
+}
+
+// What later screens will hang here: the guided tours, the server message, the Arrange screen and the
+// menu. Each does nothing until its screen exists.
+export interface MainScreenHooks {
+  startWalkthrough(tour: 'intro' | 'edit'): void;
+  loadServerMessage(): void;
+  openArrangeScreen(): void;
+  openMenu(): void;
+}
+
+export const noHooks: MainScreenHooks = {
+  startWalkthrough: () => undefined,
+  loadServerMessage: () => undefined,
+  openArrangeScreen: () => undefined,
+  openMenu: () => undefined,
+};
+
+export interface MainScreenParts {
+  view: MainScreenView;
+  imageView: EffectedImageView;
+  settings: SettingsController;
+  cameraControlsVC: CameraControlsVC | null;
+  editControlsVC: EditControlsVC | null;
+  // Makes the camera; its constructor makes the first set-up attempt.
+  makeCamera: () => Camera;
+  // Shuffles the stored effect list (two rows on), as EffectsData.randomizeEffects does.
+  randomizeEffects: () => Promise<void>;
+  // Uniform in [0, bound).
+  randomUniform: (bound: number) => number;
+  hooks?: MainScreenHooks;
+  log?: (line: string) => void;
+}
+
+export const kInfoMessageSeconds = 3.0;
+export const kModeAnimationSeconds = 0.2;
+export const kBackToCameraDelaySeconds = 0.2;
+export const kBottomSize = 375;
+
+export class CameraIntefaceVC
+  implements CameraDelegate, CameraControlsDelegate, EditControlsDelegate, EffectedImageViewDelegate
+{
+  readonly view: MainScreenView;
+  readonly effectedImageView: EffectedImageView;
+  shouldRandomizeBlendMode = false;
+  mode = Mode.photo;
+  camera: Camera | null = null;
+  lastFrameQuality = 0;
+  cameraControlsVC: CameraControlsVC | null;
+  editControlsVC: EditControlsVC | null;
+
+  private busyValue = false;
+  private blendModeTextValue = 'Blend:\nNormal';
+  private infoMessageTimer: ReturnType<typeof setTimeout> | null = null;
+  private readonly hooks: MainScreenHooks;
+  private readonly log: (line: string) => void;
+
+  constructor(private readonly parts: MainScreenParts) {
+    this.view = parts.view;
+    this.effectedImageView = parts.imageView;
+    this.cameraControlsVC = parts.cameraControlsVC;
+    this.editControlsVC = parts.editControlsVC;
+    this.hooks = parts.hooks ?? noHooks;
+    this.log = parts.log ?? ((line) => console.log(line));
+  }
+
+  // Drives the spinner; an indicator only, never a guard.
+  get busy(): boolean {
+    return this.busyValue;
+  }
+  set busy(value: boolean) {
+    this.busyValue = value;
+    this.view.setBusy(value);
+  }
+
+  get blendModeText(): string {
+    return this.blendModeTextValue;
+  }
+  set blendModeText(text: string) {
+    this.blendModeTextValue = text;
+    this.view.setBlendButtonTitle(text);
+  }
+
+  // ----- Life of the screen -----
+
+  // The effect list is loaded and the launch counted by the engine's start, before this.
+  viewDidLoad(): void {
+    this.effectedImageView.delegate = this;
+    void this.effectedImageView.randomizeControls();
+    this.setupControllers();
+    this.setupButtons();
+    this.busy = true;
+    this.setupCamera();
+    this.startCamera();
+  }
+
+  private setupControllers(): void {
+    if (this.cameraControlsVC) this.cameraControlsVC.delagate = this;
+    if (this.editControlsVC) this.editControlsVC.delgate = this;
+  }
+
+  private setupButtons(): void {
+    this.view.setButtonTitles({
+      randomEffects: 'Randomize\nEffects',
+      randomParams: 'Randomize\nParams',
+      blend: 'Blend:\nNormal',
+      effectsArrange: 'Effects\nStack',
+    });
+    this.view.setBlendPickerRows([...blendModeLabels, 'Random']);
+  }
+
+  setupCamera(): void {
+    if (this.camera) return;
+    const camera = this.parts.makeCamera();
+    camera.useFrameProcessingCallbacks = true;
+    camera.delegate = this;
+    camera.uiDelegate = this.cameraControlsVC;
+    this.camera = camera;
+  }
+
+  startCamera(): void {
+    this.busy = true;
+    this.camera?.start(() => (this.busy = true));
+  }
+
+  viewWillAppear(): void {
+    this.view.setBlendPanelOpen(false);
+    if (this.mode === Mode.photo) this.requireCamera().useFrameProcessingCallbacks = true;
+    const quality = this.parts.settings.frameQuality();
+    if (quality !== this.lastFrameQuality) {
+      this.lastFrameQuality = quality;
+      this.setupCamera();
+      this.startCamera();
+    }
+    void this.effectedImageView.render(true);
+  }
+
+  viewDidAppear(launchCount: number): void {
+    if (launchCount > 1) this.hooks.loadServerMessage();
+    if (this.mode === Mode.photo) this.showIntroMessage();
+    if (this.mode === Mode.edit && !this.parts.settings.hasShownEditControls()) {
+      this.parts.settings.setHasShownEditControls();
+      this.hooks.startWalkthrough('edit');
+    }
+  }
+
+  viewDidDisappear(): void {
+    if (this.camera) this.camera.useFrameProcessingCallbacks = false;
+  }
+
+  showIntroMessage(): void {
+    const settings = this.parts.settings;
+    if (settings.hasShownIntro()) return;
+    settings.setHasShownIntro();
+    this.view.showAlert({
+      title: 'WELCOME TO ZORVEX',
+      body: "Let's do a quick tutorial.",
+      cancel: null,
+      action: 'Ok',
+      onAction: () => {
+        this.hooks.startWalkthrough('intro');
+        settings.setHasShownIntro();
+      },
+    });
+  }
+
+  setMode(mode: Mode): void {
+    this.mode = mode;
+    this.view.slideControls(mode);
+    const settings = this.parts.settings;
+    setTimeout(() => {
+      if (mode === Mode.edit && !settings.hasShownEditControls()) {
+        settings.setHasShownEditControls();
+        this.hooks.startWalkthrough('edit');
+      } else if (mode === Mode.photo && !settings.hasShownIntro()) {
+        settings.setHasShownIntro();
+        this.hooks.startWalkthrough('intro');
+      }
+    }, kModeAnimationSeconds * 1000);
+  }
+
+  // The window changed size: side by side when it is wider than high.
+  sizeChanged(width: number, height: number): void {
+    this.view.setMainAxis(width <= height ? 'vertical' : 'horizontal', kBottomSize);
+  }
+
+  // ----- Photo mode -----
+
+  shutter(): void {
+    const camera = this.requireCamera();
+    if (!camera.hasCamera) return;
+    this.showInfoMessage('TAKE PICTURE');
+    AnalyticsHelper.logButton('shutter');
+    camera.takePhoto();
+  }
+
+  backToCamera(): void {
+    AnalyticsHelper.logButton('backToCam');
+    this.setMode(Mode.photo);
+    this.busy = true;
+    this.effectedImageView.clearImages();
+    void this.effectedImageView.redraw();
+    setTimeout(() => {
+      if (this.camera) this.camera.useFrameProcessingCallbacks = true;
+      this.busy = false;
+    }, kBackToCameraDelaySeconds * 1000);
+  }
+
+  // Every re-render of this screen goes through here.
+  renderInBackground(): Promise<void> {
+    return this.effectedImageView.render(false).then(() => {
+      this.busy = false;
+    });
+  }
+
+  openLibrary(): void {
+    this.requireCamera().useFrameProcessingCallbacks = false;
+    this.view.presentImagePicker();
+  }
+
+  // A file from the picker. Anything but a picture the engine can take leaves photo mode as it was,
+  // and says so.
+  async libraryImagePicked(file: File | null): Promise<void> {
+    if (!file) return;
+    let ok = false;
+    try {
+      ok = await this.effectedImageView.setOriginalStill(file);
+    } catch (error) {
+      this.log(`${file.name} could not be read: ${String(error)}`);
+    }
+    if (!ok) {
+      this.view.dismissImagePicker();
+      this.showInfoMessage(`Can't open ${file.name}`);
+      if (this.mode === Mode.photo && this.camera) this.camera.useFrameProcessingCallbacks = true;
+      return;
+    }
+    void this.renderInBackground();
+    this.setMode(Mode.edit);
+    this.view.dismissImagePicker();
+    this.showInfoMessage('Image Loaded');
+  }
+
+  imagePickerControllerDidCancel(): void {
+    this.view.dismissImagePicker();
+    if (this.camera) this.camera.useFrameProcessingCallbacks = true;
+  }
+
+  showInfoMessage(text: string): void {
+    this.view.setInfoText(text.toUpperCase());
+    this.view.setInfoAlpha(1);
+    if (this.infoMessageTimer !== null) clearTimeout(this.infoMessageTimer);
+    this.infoMessageTimer = setTimeout(() => {
+      this.view.setInfoAlpha(0);
+      this.infoMessageTimer = null;
+    }, kInfoMessageSeconds * 1000);
+  }
+
+  // ----- Camera delegate -----
+
+  cameraDidOutputFrame(frame: RawPicture): void {
+    this.effectedImageView.setOriginalFrame(frame);
+    void this.renderInBackground();
+  }
+
+  cameraDidTakePhoto(photo: Blob): void {
+    this.log(`Did take photo. Size is ${photo.size} bytes`);
+    const camera = this.requireCamera();
+    if (camera.useFrameProcessingCallbacks) {
+      camera.useFrameProcessingCallbacks = false;
+      this.cameraDidTakePhoto(photo);
+      return;
+    }
+    this.setMode(Mode.edit);
+    void this.effectedImageView.setOriginalStill(photo).then(
+      (ok) => (ok ? this.renderInBackground() : undefined),
+      (error: unknown) => this.log(`The photo could not be read: ${String(error)}`),
+    );
+  }
+
+  cameraFoundNoDevices(): void {
+    this.busy = false;
+    this.cameraControlsVC?.setNoDevicesLabelHidden(false);
+  }
+
+  // ----- Controls -----
+
+  shutterPressed(): void {
+    this.shutter();
+  }
+  flipPressed(): void {
+    AnalyticsHelper.logButton('flip');
+    this.camera?.flipCamera();
+  }
+  flashPressed(): void {
+    AnalyticsHelper.logButton('flash');
+    this.camera?.cycleFlash();
+  }
+  libraryPressed(): void {
+    this.openLibrary();
+  }
+  donePressed(): void {
+    this.backToCamera();
+  }
+  randomEffectsPressed(): void {
+    this.rollEffects();
+  }
+  randomParamsPressed(): void {
+    this.rollParams();
+  }
+  savePressed(): void {
+    this.saveImage();
+  }
+  utilityPressed(fn: UtlityFunction, sender: unknown): void {
+    void this.runUtility(fn, sender);
+  }
+
+  showEffectsArrage(): void {
+    AnalyticsHelper.logButton('effectsArrange');
+    this.hooks.openArrangeScreen();
+  }
+
+  showMenu(): void {
+    AnalyticsHelper.logButton('about');
+    this.hooks.openMenu();
+  }
+
+  // A finger (or the mouse button) went down on the picture or came up.
+  pictureTouched(down: boolean): void {
+    if (this.effectedImageView.userInteractionEnabled) this.effectedImageView.setTouching(down);
+  }
+
+  // ----- Tools -----
+
+  blendAction(): void {
+    AnalyticsHelper.logButton('blend');
+    this.view.setBlendPanelOpen(true);
+  }
+
+  closeBlendModes(): void {
+    this.view.setBlendPanelOpen(false);
+  }
+
+  // The slider moves: the opacity is applied at once, by a redraw only.
+  sliderChanged(value: number): void {
+    this.showInfoMessage(`Opacity ${opacityPercent(value)}%`);
+    this.effectedImageView.layerAlpha = value;
+    this.busy = false;
+  }
+
+  // The finger is lifted from the slider.
+  sliderDone(value: number): void {
+    this.busy = true;
+    this.effectedImageView.layerAlpha = value;
+    this.busy = false;
+  }
+
+  blendRowSelected(row: number): void {
+    if (row >= blendModeCount) {
+      this.shouldRandomizeBlendMode = true;
+      this.randomizeBlendMode(false, false);
+      this.view.selectBlendRow(blendModeCount);
+      this.blendModeText = 'Blend:\nRandom';
+      void this.renderInBackground();
+      return;
+    }
+    this.busy = true;
+    this.shouldRandomizeBlendMode = false;
+    this.blendModeText = `Blend:\n${blendModeLabels[row]}`;
+    this.effectedImageView.setBlendMode(row, true);
+    void this.effectedImageView.redraw().then(() => (this.busy = false));
+  }
+
+  randomizeBlendMode(updatePicker: boolean, skipDisplay: boolean): void {
+    const row = this.parts.randomUniform(blendModeCount) % blendModeCount;
+    if (updatePicker && !this.shouldRandomizeBlendMode) {
+      this.view.selectBlendRow(row);
+      this.blendModeText = row === 0 ? 'Blend:\nRandom' : `Blend:\n${blendModeLabels[row]}`;
+    }
+    this.effectedImageView.setBlendMode(row, skipDisplay);
+  }
+
+  rollEffects(): void {
+    this.busy = true;
+    AnalyticsHelper.logButton('randomEffects');
+    this.showInfoMessage('Random Effects');
+    void this.parts.randomizeEffects();
+    if (this.shouldRandomizeBlendMode) this.randomizeBlendMode(true, true);
+    void this.renderInBackground();
+  }
+
+  rollParams(): void {
+    this.busy = true;
+    if (this.shouldRandomizeBlendMode) this.randomizeBlendMode(true, true);
+    void this.effectedImageView.randomizeControls().then(() => (this.busy = false));
+    this.showInfoMessage('Random Parameters');
+  }
+
+  layerTapped(): void {
+    this.promptFlatten();
+  }
+
+  promptFlatten(): void {
+    this.view.showAlert({
+      title: 'FLATTEN',
+      body: 'This will apply the current effects to the base image, effectively adding another layer.',
+      cancel: 'Cancel',
+      action: 'Flatten',
+      onAction: () => void this.flattenImage(),
+    });
+  }
+
+  async flattenImage(): Promise<void> {
+    this.showInfoMessage('Flattening');
+    AnalyticsHelper.logButton('flatten');
+    this.busy = true;
+    this.setPictureInteraction(false);
+    await this.effectedImageView.flatten();
+    this.busy = false;
+    this.showInfoMessage('Effects flattened');
+    this.setPictureInteraction(true);
+  }
+
+  saveImage(): void {
+    AnalyticsHelper.logButton('save');
+    this.busy = true;
+    this.showInfoMessage('Rendering');
+    this.setPictureInteraction(true);
+    void this.effectedImageView.saveToPhotos().then(() => {
+      this.setPictureInteraction(true);
+      this.busy = false;
+    });
+  }
+
+  imageDidSave(): void {
+    this.busy = false;
+    this.showInfoMessage('Saved to photos');
+  }
+
+  async runUtility(fn: UtlityFunction, _sender: unknown): Promise<void> {
+    switch (fn) {
+      case UtlityFunction.rotateLeft:
+        AnalyticsHelper.logButton('rotate_left');
+        return this.rotateBaseImage(-90, false);
+      case UtlityFunction.roateRight:
+        AnalyticsHelper.logButton('rotate_right');
+        return this.rotateBaseImage(90, false);
+      case UtlityFunction.flupH:
+        AnalyticsHelper.logButton('flip_horiz');
+        return this.rotateBaseImage(0, true);
+      case UtlityFunction.flipV:
+        AnalyticsHelper.logButton('flip_vert');
+        return this.rotateBaseImage(180, true);
+      case UtlityFunction.flatten:
+        AnalyticsHelper.logButton('flatten');
+        this.promptFlatten();
+        return;
+      case UtlityFunction.export:
+        AnalyticsHelper.logButton('export');
+        this.showInfoMessage('Preparing image...');
+        this.busy = true;
+        await this.effectedImageView.export();
+        this.busy = false;
+        return;
+    }
+  }
+
+  // Turns the base, so the effects run anew on the turned picture. Without a base the spinner stays.
+  async rotateBaseImage(degrees: number, mirrored: boolean): Promise<void> {
+    this.busy = true;
+    if (!this.effectedImageView.hasOriginal) return;
+    if (await this.effectedImageView.rotateBaseImage(degrees, mirrored)) await this.renderInBackground();
+  }
+
+  private setPictureInteraction(enabled: boolean): void {
+    this.effectedImageView.userInteractionEnabled = enabled;
+    this.view.setPictureInteraction(enabled);
+  }
+
+  private requireCamera(): Camera {
+    if (!this.camera) throw new Error('the main screen has no camera');
+    return this.camera;
+  }
+}
+
+// The slider's value as a whole percentage: times 100 in single precision, truncated.
+export function opacityPercent(value: number): number {
+  const percent = Math.trunc(Math.fround(Math.fround(value) * 100));
+  if (!Number.isFinite(percent)) throw new Error(`opacity ${value} is no number`);
+  return percent;
+}

@@ -1,0 +1,140 @@
+// The page's bridge to the engine: defaults kept in storage and handed to every new Worker, writes
+// made while a Worker dies given again, requests under way failed, and analytics kept to 1000.
+import { describe, expect, it } from 'vitest';
+
+import { EngineClient, EngineRestarted, type WorkerLike } from '../src/engine/client/engine-client';
+import type { PageMessage, WorkerMessage } from '../src/engine/shared/protocol';
+import { StoredAnalytics, kAnalyticsStorageKey } from '../src/platform/analytics';
+import { kDefaultsStorageKey, PageDefaults } from '../src/platform/defaults';
+import { MemoryStorage } from '../src/platform/storage';
+
+// A Worker that answers init and setDefault like the engine, with the dictionary as JSON bytes.
+class FakeWorker implements WorkerLike {
+  onmessage: ((event: MessageEvent<WorkerMessage>) => void) | null = null;
+  onerror: ((event: ErrorEvent) => void) | null = null;
+  received: PageMessage[] = [];
+  terminated = false;
+  silent = false;
+  values: Record<string, number | boolean> = {};
+  seq = 0;
+
+  postMessage(message: PageMessage): void {
+    this.received.push(message);
+    if (this.silent) return;
+    queueMicrotask(() => this.answer(message));
+  }
+  terminate(): void {
+    this.terminated = true;
+  }
+  send(message: WorkerMessage) {
+    this.onmessage?.({ data: message } as MessageEvent<WorkerMessage>);
+  }
+  snapshot() {
+    return { bytes: new TextEncoder().encode(JSON.stringify(this.values)).buffer as ArrayBuffer, values: { ...this.values }, seq: this.seq };
+  }
+  answer(m: PageMessage) {
+    let result: unknown = {};
+    if (m.type === 'init') {
+      this.values = m.defaults ? JSON.parse(new TextDecoder().decode(m.defaults)) : {};
+      this.seq = m.seq;
+      if (m.countLaunch) this.values['____KLaunchCountKey'] = ((this.values['____KLaunchCountKey'] as number) ?? 0) + 1;
+      result = { launchCount: this.values['____KLaunchCountKey'] ?? 0, defaults: this.snapshot(), unreadableDefaults: false, kernels: [] };
+    } else if (m.type === 'setDefault') {
+      this.values[m.key] = m.value;
+      this.seq = m.seq;
+      this.send({ type: 'defaults', snapshot: this.snapshot() });
+    }
+    this.send({ type: 'reply', id: m.id, request: m.type, result } as WorkerMessage);
+  }
+}
+
+const flush = () => new Promise((r) => setTimeout(r, 0));
+
+function setUp(storage = new MemoryStorage()) {
+  const workers: FakeWorker[] = [];
+  const defaults = new PageDefaults(storage);
+  const analytics = new StoredAnalytics(storage);
+  const client = new EngineClient(
+    () => {
+      const w = new FakeWorker();
+      workers.push(w);
+      return w;
+    },
+    defaults,
+    analytics,
+    2,
+  );
+  return { client, workers, defaults, storage, analytics };
+}
+
+describe('engine client', () => {
+  it('stores every version of the defaults and gives them to the next start', async () => {
+    const storage = new MemoryStorage();
+    const first = setUp(storage);
+    expect((await first.client.start()).launchCount).toBe(1);
+    first.defaults.setInteger(1, 'kFlashModeKey');
+    expect(first.defaults.integerForKey('kFlashModeKey')).toBe(1); // at once, before the engine answers
+    await flush();
+    expect(storage.getItem(kDefaultsStorageKey)).not.toBeNull();
+
+    const second = setUp(storage);
+    expect((await second.client.start()).launchCount).toBe(2);
+    expect(second.defaults.integerForKey('kFlashModeKey')).toBe(1);
+  });
+
+  it('keeps a page write that an older version from the engine does not have', async () => {
+    const { client, workers, defaults } = setUp();
+    await client.start();
+    workers[0]!.silent = true;
+    defaults.setBool(true, 'zz.kvt.zorvex.kHasShownIntroMessageBaby');
+    workers[0]!.send({ type: 'defaults', snapshot: { ...workers[0]!.snapshot(), seq: 0 } });
+    expect(defaults.boolForKey('zz.kvt.zorvex.kHasShownIntroMessageBaby')).toBe(true);
+    expect(defaults.pendingWrites()).toHaveLength(1);
+  });
+
+  it('replaces a Worker that dies, fails what was under way, and hands over the defaults and unsaved writes', async () => {
+    const { client, workers, defaults } = setUp();
+    await client.start();
+    let restarted = 0;
+    client.onRestarted = () => void (restarted += 1);
+    workers[0]!.silent = true;
+    const underWay = client.request({ type: 'effects' });
+    await flush();
+    defaults.setInteger(-1, 'kFlashModeKey');
+    workers[0]!.send({ type: 'fatal', message: 'RuntimeError: unreachable' });
+    await expect(underWay).rejects.toBeInstanceOf(EngineRestarted);
+    expect(workers[0]!.terminated).toBe(true);
+    await flush();
+    await flush();
+    expect(client.restarts).toBe(1);
+    expect(restarted).toBe(1);
+    const next = workers[1]!;
+    const init = next.received[0]!;
+    expect(init).toMatchObject({ type: 'init', countLaunch: false });
+    expect(next.received.find((m) => m.type === 'setDefault')).toMatchObject({ key: 'kFlashModeKey', value: -1 });
+    expect(next.values['____KLaunchCountKey']).toBe(1);
+    expect(defaults.integerForKey('kFlashModeKey')).toBe(-1);
+    await client.request({ type: 'randomizeEffects' });
+  });
+
+  it('keeps the latest 1000 analytics events', () => {
+    const storage = new MemoryStorage();
+    const analytics = new StoredAnalytics(storage, () => new Date(0));
+    for (let i = 0; i < 1005; ++i) analytics.logEvent(`button_${i}`, null);
+    const events = analytics.events();
+    expect(events).toHaveLength(1000);
+    expect(events[0]?.name).toBe('button_5');
+    expect(events.at(-1)?.name).toBe('button_1004');
+    storage.setItem(kAnalyticsStorageKey, '{broken');
+    analytics.logEvent('event_x', { ERROR: 'e' });
+    expect(analytics.events()).toEqual([{ time: new Date(0).toISOString(), name: 'event_x', parameters: { ERROR: 'e' } }]);
+  });
+
+  it('keeps stored defaults that are not base64 aside instead of losing them', () => {
+    const storage = new MemoryStorage();
+    storage.setItem(kDefaultsStorageKey, '%%%');
+    const defaults = new PageDefaults(storage);
+    expect(defaults.storedBytes()).toBeNull();
+    expect(storage.getItem(kDefaultsStorageKey)).toBe('');
+  });
+});
