@@ -1,37 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <deque>
-
-#include "core/imaging/platform.h"
 #include "core/stack/effects_data.h"
+#include "tests/core/test_pictures.h"
 
 namespace zorvex {
 namespace {
 
 using plist::Value;
 
-// Keeps the console lines and hands out the random numbers it is given (then a fixed pattern).
-class RecordingPlatform final : public Platform {
- public:
-  std::vector<std::string> lines;
-  std::deque<uint32_t> randoms;
-  uint32_t next = 12345;
-
-  void consoleLine(std::string_view line) override { lines.emplace_back(line); }
-  uint32_t random32() override {
-    if (randoms.empty()) return next = next * 1664525u + 1013904223u;
-    const uint32_t r = randoms.front();
-    randoms.pop_front();
-    return r;
-  }
-  double now() override { return 0.0; }
-};
-
 class EffectsStore : public ::testing::Test {
  protected:
-  void SetUp() override { setPlatform(&platform); }
-  void TearDown() override { setPlatform(nullptr); }
-
   // A fresh start of the program on the same store: a new list, loaded.
   EffectsData restart() {
     EffectsData data;
@@ -39,12 +17,7 @@ class EffectsStore : public ::testing::Test {
     data.loadEffects();
     return data;
   }
-  void storeList(const EffectList& list) {
-    std::vector<uint8_t> blob;
-    std::string error;
-    ASSERT_TRUE(plist::writeBinary(encodeEffects(list), blob, error));
-    store.setData(blob, EffectsData::storedArrayKey);
-  }
+  void storeList(const EffectList& list) { store.setData(testing::plistBytes(encodeEffects(list)), EffectsData::storedArrayKey); }
   EffectList storedList() {
     EffectList list;
     Value root;
@@ -53,23 +26,18 @@ class EffectsStore : public ::testing::Test {
     if (!blob || !plist::readBinary(*blob, root, error) || !decodeEffects(root, list)) ADD_FAILURE() << "no list stored";
     return list;
   }
-  static std::vector<std::string> names(const EffectList& list) {
-    std::vector<std::string> out;
-    for (const EffectRef& e : list) out.push_back(e->name);
-    return out;
-  }
-  static std::vector<std::string> activeNames(const EffectList& list) {
+  static std::vector<std::string> names(const EffectList& list, bool activeOnly = false) {
     std::vector<std::string> out;
     for (const EffectRef& e : list)
-      if (e->isActive) out.push_back(e->name);
+      if (e->isActive || !activeOnly) out.push_back(e->name);
     return out;
   }
+  static std::vector<std::string> activeNames(const EffectList& list) { return names(list, true); }
   static std::vector<std::string> builtins() {
     return std::vector<std::string>(EffectsData::builtinEffectNames.begin(), EffectsData::builtinEffectNames.end());
   }
-  size_t count(const std::string& line) const { return size_t(std::count(platform.lines.begin(), platform.lines.end(), line)); }
 
-  RecordingPlatform platform;
+  testing::TestPlatform platform;
   MemoryDefaults store;
 };
 
@@ -119,7 +87,7 @@ TEST_F(EffectsStore, TribombIsRenamedAtTheTopOnlyAndNotAppendedAgain) {
   EXPECT_EQ(data.effects[21]->name, "POLYBOMB");
   EXPECT_TRUE(data.effects[21]->isActive);
   EXPECT_EQ((*data.effects[34]->subEffects)[0]->name, "TRIBOMB");
-  EXPECT_EQ(count("NOT PRESENT IN CURRENT EFFECTS, APPEND"), 0u);
+  EXPECT_EQ(platform.count("NOT PRESENT IN CURRENT EFFECTS, APPEND"), 0u);
   EXPECT_EQ(storedList()[21]->name, "POLYBOMB");
 }
 
@@ -133,7 +101,7 @@ TEST_F(EffectsStore, APresetNamedLikeABuiltInCountsAsThatEffect) {
   EffectsData data = restart();
   EXPECT_EQ(data.effects.size(), 34u);
   EXPECT_TRUE(data.effects.back()->isPreset());
-  EXPECT_EQ(count("NOT PRESENT IN CURRENT EFFECTS, APPEND"), 0u);
+  EXPECT_EQ(platform.count("NOT PRESENT IN CURRENT EFFECTS, APPEND"), 0u);
 }
 
 TEST_F(EffectsStore, PresetsHoldTheActiveRowsAndAnEmptyOneStaysAPreset) {
@@ -207,7 +175,7 @@ TEST_F(EffectsStore, LegacyPresetsWinOverACurrentListAndAreMigratedOnce) {
   EXPECT_EQ(names(storedList()), names(data.effects));  // the current list was overwritten
   platform.lines.clear();
   EXPECT_EQ(restart().effects.size(), 36u);
-  EXPECT_EQ(count("No old effects found."), 1u);
+  EXPECT_EQ(platform.count("No old effects found."), 1u);
 }
 
 TEST_F(EffectsStore, ALegacyValueOfAnotherShapeStaysUnread) {
@@ -221,18 +189,9 @@ TEST_F(EffectsStore, ALegacyValueOfAnotherShapeStaysUnread) {
 }
 
 TEST_F(EffectsStore, AnUndecodableListGivesWayToTheDefaults) {
-  const std::vector<std::vector<uint8_t>> blobs = {
-      {'n', 'o', 'p', 'e'},
-      [] {  // a property list of the wrong shape: a row without its flag
-        Value row = Value::dictionary();
-        row.set("name", Value::string("VETH"));
-        std::vector<uint8_t> b;
-        std::string e;
-        plist::writeBinary(Value::array({row}), b, e);
-        return b;
-      }(),
-  };
-  for (const auto& blob : blobs) {
+  Value row = Value::dictionary();  // a property list of the wrong shape: a row without its flag
+  row.set("name", Value::string("VETH"));
+  for (const auto& blob : {std::vector<uint8_t>{'n', 'o', 'p', 'e'}, testing::plistBytes(Value::array({row}))}) {
     platform.lines.clear();
     store.setData(blob, EffectsData::storedArrayKey);
     EffectsData data = restart();
@@ -264,7 +223,7 @@ TEST_F(EffectsStore, AMoveIsForgottenUntilSomethingSaves) {
   EXPECT_TRUE(again.effects[0]->isActive);
 }
 
-TEST_F(EffectsStore, ARemovedBuiltInComesBackOffAndLast) {
+TEST_F(EffectsStore, ARemovedBuiltInComesBackOffAndLastAndResetAppends) {
   EffectsData data = restart();
   data.removeEffect(1);  // VETH
   EXPECT_EQ(storedList().size(), 33u);
@@ -272,12 +231,7 @@ TEST_F(EffectsStore, ARemovedBuiltInComesBackOffAndLast) {
   ASSERT_EQ(again.effects.size(), 34u);
   EXPECT_EQ(again.effects.back()->name, "VETH");
   EXPECT_FALSE(again.effects.back()->isActive);
-}
-
-TEST_F(EffectsStore, ResetAppendsToAListThatHasRows) {
-  EffectsData data = restart();
-  data.resetToDefaults();
-  EXPECT_EQ(data.effects.size(), 68u);
+  again.resetToDefaults();  // to a list that has rows
   EXPECT_EQ(storedList().size(), 68u);
 }
 
@@ -287,7 +241,6 @@ TEST_F(EffectsStore, AFailedSaveLeavesTheStoreAsItWas) {
   platform.lines.clear();
   data.saveActiveAsPreset("bad \xff name");
   EXPECT_EQ(platform.lines, std::vector<std::string>{"Error saving effects."});
-  EXPECT_EQ(data.effects.size(), 35u);
   EXPECT_EQ(*store.dataForKey(EffectsData::storedArrayKey), before);
 }
 
@@ -325,15 +278,12 @@ TEST_F(EffectsStore, RandomizeDrawsEachSwapFromTheRowsNotYetPlaced) {
 }
 
 TEST(Effect, EqualByNameHashedByNameAndMembers) {
-  const EffectRef a = Effect::make("VETH", true);
-  const EffectRef b = Effect::make("VETH", false, EffectList{Effect::make("GRABOID", true)});
+  const EffectRef a = Effect::make("VETH", true), b = Effect::make("VETH", false, EffectList{Effect::make("GRABOID", true)});
   EXPECT_EQ(*a, *b);
   EXPECT_NE(*a, *Effect::make("AGENCY", true));
-  EXPECT_EQ(a->hash(), Effect::make("VETH", false)->hash());
-  EXPECT_NE(a->hash(), Effect::make("VETH", false, EffectList{})->hash());
+  EXPECT_NE(std::hash<Effect>()(*a), Effect::make("VETH", false, EffectList{})->hash());  // a preset is not a row
+  EXPECT_EQ(b->hash(), Effect::make("VETH", true, EffectList{Effect::make("GRABOID", false)})->hash());  // flags aside
   EXPECT_NE(b->hash(), Effect::make("VETH", false, EffectList{Effect::make("AGENCY", true)})->hash());
-  EXPECT_EQ(b->hash(), Effect::make("VETH", true, EffectList{Effect::make("GRABOID", false)})->hash());
-  EXPECT_EQ(std::hash<Effect>()(*a), a->hash());
 }
 
 #ifndef __EMSCRIPTEN__

@@ -1,12 +1,20 @@
-// Small pictures for the core tests, made by the tests themselves.
+// Small pictures, scenes, a fixed platform and comparisons for the tests, made by the tests themselves.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <deque>
 #include <initializer_list>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "core/imaging/blend.h"
 #include "core/imaging/pixels.h"
+#include "core/imaging/platform.h"
 #include "core/stack/controls.h"
+#include "core/stack/plist.h"
 
 namespace zorvex::testing {
 
@@ -57,10 +65,83 @@ inline ControlValues controlsWith(std::initializer_list<std::pair<size_t, double
   return c;
 }
 
+// The same for the kernels that read floats.
+inline std::vector<float> floatsWith(std::initializer_list<std::pair<size_t, float>> values) {
+  std::vector<float> c(kControlCount, 0.0f);
+  for (auto [i, v] : values) c[i] = v;
+  return c;
+}
+
 // A fresh layer of the surface's size.
 inline CGLayerRef layerFor(const CGContextRef& s) {
   return CGLayerCreateWithContext(s, CGSizeMake(double(CGBitmapContextGetWidth(s)), double(CGBitmapContextGetHeight(s))),
                                   nullptr);
 }
+
+// A surface, its layer, and a mark painted into the layer.
+struct Scene {
+  CGContextRef surface;
+  CGLayerRef layer;
+  explicit Scene(CGContextRef picture) : surface(std::move(picture)), layer(layerFor(surface)) {}
+  CGContextRef layerContext() const { return CGLayerGetContext(layer); }
+  KColor at(int x, int y) const { return readPixel(surface, x, y); }
+  CGImageRef now() const { return CGBitmapContextCreateImage(surface); }
+  void markLayer(int x, int y, KColor c) const {  // an opaque pixel, y counted from the top
+    CGContextSetRGBFillColor(layerContext(), c.r / 255.0, c.g / 255.0, c.b / 255.0, 1);
+    CGContextFillRect(layerContext(), CGRectMake(x, surface->pixels().height - 1 - y, 1, 1));
+  }
+};
+
+// True when rows [y0, y1) of two pictures have the same RGB.
+inline bool sameRows(const CGImageRef& a, const CGImageRef& b, int y0, int y1) {
+  for (int y = y0; y < y1; ++y)
+    for (int x = 0; x < a->width(); ++x)
+      if (std::memcmp(a->pixels().at(x, y), b->pixels().at(x, y), 3) != 0) return false;
+  return true;
+}
+
+inline bool sameRGB(const CGImageRef& a, const CGImageRef& b) {
+  return a && b && a->width() == b->width() && a->height() == b->height() && sameRows(a, b, 0, a->height());
+}
+
+// PSNR of the RGB of two pictures of the same size, in dB (99 for identical pictures).
+inline double psnr(const CGImageRef& a, const CGImageRef& b) {
+  double sum = 0;
+  for (int y = 0; y < a->height(); ++y)
+    for (int x = 0; x < a->width(); ++x)
+      for (int c = 0; c < 3; ++c) sum += std::pow(double(a->pixels().at(x, y)[c]) - double(b->pixels().at(x, y)[c]), 2);
+  return sum == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 / (sum / (3.0 * a->width() * a->height())));
+}
+
+// The binary property list of a value.
+inline std::vector<uint8_t> plistBytes(const plist::Value& v) {
+  std::vector<uint8_t> out;
+  std::string error;
+  plist::writeBinary(v, out, error);
+  return out;
+}
+
+// Installed for its lifetime: keeps the console lines, hands out the given random numbers (then a
+// fixed stream) and counts the draws.
+class TestPlatform final : public Platform {
+ public:
+  explicit TestPlatform(std::deque<uint32_t> given = {}) : randoms(std::move(given)) { setPlatform(this); }
+  ~TestPlatform() override { setPlatform(nullptr); }
+  void consoleLine(std::string_view line) override { lines.emplace_back(line); }
+  uint32_t random32() override {
+    ++draws;
+    if (randoms.empty()) return next = next * 1664525u + 1013904223u;
+    const uint32_t r = randoms.front();
+    randoms.pop_front();
+    return r;
+  }
+  double now() override { return 0; }
+  size_t count(const std::string& line) const { return size_t(std::count(lines.begin(), lines.end(), line)); }
+
+  std::vector<std::string> lines;
+  std::deque<uint32_t> randoms;
+  int draws = 0;
+  uint32_t next = 12345;
+};
 
 }  // namespace zorvex::testing
