@@ -17,22 +17,15 @@ using testing::controlsWith;
 using testing::gradientPixel;
 using testing::gradientSurface;
 
-struct Scene {
-  CGContextRef surface;
-  CGLayerRef layer;
-  // Kernels that draw under the layer's interpolation quality without setting it get nearest, so that
-  // scaled pieces come out exact.
-  explicit Scene(CGContextRef picture, bool nearestLayer = false)
-      : surface(std::move(picture)), layer(testing::layerFor(surface)) {
-    if (nearestLayer) CGContextSetInterpolationQuality(layerContext(), kCGInterpolationNone);
-  }
-  CGContextRef layerContext() const { return CGLayerGetContext(layer); }
-  KColor at(int x, int y) const { return readPixel(surface, x, y); }
-  void markLayer(int x, int y, KColor c) {  // an opaque pixel, y counted from the top
-    CGContextSetRGBFillColor(layerContext(), c.r / 255.0, c.g / 255.0, c.b / 255.0, 1);
-    CGContextFillRect(layerContext(), CGRectMake(x, surface->pixels().height - 1 - y, 1, 1));
-  }
-};
+using testing::Scene;
+
+// Kernels that draw under the layer's interpolation quality without setting it get nearest, so that
+// scaled pieces come out exact.
+Scene nearest(CGContextRef picture) {
+  Scene s(std::move(picture));
+  CGContextSetInterpolationQuality(s.layerContext(), kCGInterpolationNone);
+  return s;
+}
 
 constexpr KColor kRed{255, 0, 0};
 
@@ -80,7 +73,7 @@ TEST(Fold4rap5, FoldsShrinkAndTheLeftHalfMirrorsOverTheRight) {
   for (int x : {11, 20, 43, 52}) EXPECT_EQ(s.at(x, 0), kRed) << x;
 
   // Ratio 0.7: the closing mirror of 50 columns is stretched to 70, past the right edge.
-  Scene wide(gradientSurface(100, 8), true);
+  Scene wide = nearest(gradientSurface(100, 8));
   Filters::fold4rap5(wide.surface, wide.layer, controlsWith({{0, 1.0}}));
   for (auto [k, from] : {std::pair{0, 49}, {20, 35}, {49, 14}}) EXPECT_EQ(wide.at(50 + k, 3), wide.at(from, 3)) << k;
 }
@@ -88,7 +81,7 @@ TEST(Fold4rap5, FoldsShrinkAndTheLeftHalfMirrorsOverTheRight) {
 TEST(Bunker, SourcesCrowdTowardsTheCentreOnBothAxes) {
   // 2 x 2 tiles of 32 x 24, zoom 2, drawn 33 x 25: the bottom-left tile comes from (8, 18) counted from
   // the top, the top-left from (8, 6), the right-hand ones from x = 24.
-  Scene s(gradientSurface(64, 48), true);
+  Scene s = nearest(gradientSurface(64, 48));
   Filters::bunker(s.surface, s.layer, controlsWith({{0, 0.15}, {1, 0.15}, {2, 1.0 / 3.0}}));
   for (auto [x, y, fromX, fromY] : {std::tuple{0, 47, 8, 41}, {0, 0, 8, 7}, {63, 0, 54, 7}, {63, 47, 54, 41}})
     EXPECT_EQ(s.at(x, y), gradientPixel(fromX, fromY)) << x << "," << y;
@@ -100,7 +93,7 @@ TEST(Fingerblib, TilesGrowUpAndRightByTheirCornerAndLaterOnesLieOnTop) {
   auto picture = gradientSurface(60, 40);
   writePixel(picture, 0, 0, {255, 255, 255});
   writePixel(picture, 20, 0, {0, 0, 0});
-  Scene s(picture, true);
+  Scene s = nearest(picture);
   Filters::fingerblib(s.surface, s.layer, controlsWith({}));
   // The black-cornered tile on top, the white-cornered one, and the picture in the gaps and margins.
   for (auto [x, y, fromX, fromY] : {std::tuple{25, 15, 29, 12}, {10, 5, 6, 10}, {24, 3, 15, 9}, {40, 5, 40, 5},
@@ -115,7 +108,7 @@ TEST(Kompliance, TilesAreUpsideDownAndOnlyTheTurnsModuloFourCount) {
     auto picture = testing::blankSurface(30, 100);
     for (int y = 0; y < 100; ++y)
       for (int x = 0; x < 30; ++x) writePixel(picture, x, y, {uint8_t(2 * y), 0, 0});
-    Scene s(picture, true);
+    Scene s = nearest(picture);
     Filters::kompliance(s.surface, s.layer, controlsWith({{0, 1.0}, {1, turns}}));
     return s;
   };

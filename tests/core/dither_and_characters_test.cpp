@@ -9,11 +9,7 @@
 namespace zorvex {
 namespace {
 
-std::vector<float> floatsWith(std::initializer_list<std::pair<size_t, float>> values) {
-  std::vector<float> c(kControlCount, 0.0f);
-  for (auto [i, v] : values) c[i] = v;
-  return c;
-}
+using testing::floatsWith;
 
 // The ordered dither's thresholds, row by row.
 const int kMatrix[16] = {1, 9, 3, 11, 13, 5, 15, 7, 4, 12, 2, 10, 16, 8, 14, 6};

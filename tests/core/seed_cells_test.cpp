@@ -16,48 +16,35 @@ namespace {
 
 using SeedCells::Seed;
 
-std::vector<float> floatsWith(std::initializer_list<std::pair<size_t, float>> values) {
-  std::vector<float> c(kControlCount, 0.0f);
-  for (auto [i, v] : values) c[i] = v;
-  return c;
-}
+using testing::floatsWith;
 
 using CellsFunction = void (*)(const PixelView&, std::span<const Seed>, uint8_t*);
 
-// The colour each pixel of a row-0 picture gets from `cells`; the source has a distinct colour at
-// each x of row 0.
-std::vector<KColor> firstRow(CellsFunction cells, int w, int h, std::vector<Seed> seeds) {
-  auto source = testing::gradientSurface(w, h);
+// The colours `cells` gives the pixels of a w x h gradient picture, row by row.
+std::vector<KColor> cellColours(CellsFunction cells, int w, int h, std::vector<Seed> seeds) {
   std::vector<uint8_t> out(size_t(4 * w * h));
-  cells(source->pixels(), seeds, out.data());
-  std::vector<KColor> row;
-  for (int x = 0; x < w; ++x) row.push_back({out[size_t(4 * x)], out[size_t(4 * x + 1)], out[size_t(4 * x + 2)]});
-  return row;
+  cells(testing::gradientSurface(w, h)->pixels(), seeds, out.data());
+  std::vector<KColor> colours;
+  for (size_t i = 0; i < out.size(); i += 4) colours.push_back({out[i], out[i + 1], out[i + 2]});
+  return colours;
 }
 
-TEST(SeedCells, CityBlockDistancesAreTruncatedAndTheEarlierSeedWinsTies) {
-  // Seeds at x = 4.5 and x = 0 on row 0. At x = 2 both truncated distances are 2 (2.5 and 2), and the
-  // earlier seed, the farther one, takes the pixel; at x = 1 the second is nearer.
+TEST(SeedCells, DistancesTruncateAndTiesGoToTheEarlierSeed) {
+  // City block: seeds at x = 4.5 and x = 0 on row 0. At x = 2 both truncated distances are 2 (2.5 and
+  // 2), and the earlier seed, the farther one, takes the pixel; at x = 1 the second is nearer.
   for (CellsFunction f : {SeedCells::vortronCellsPlain, SeedCells::vortronCells}) {
-    const auto row = firstRow(f, 8, 3, {{4.5f, 0.0f}, {0.0f, 0.0f}});
-    EXPECT_EQ(row[2], testing::gradientPixel(4, 0));
-    EXPECT_EQ(row[1], testing::gradientPixel(0, 0));
-    EXPECT_EQ(row[7], testing::gradientPixel(4, 0));
+    const auto c = cellColours(f, 8, 3, {{4.5f, 0.0f}, {0.0f, 0.0f}});
+    EXPECT_EQ(c[2], testing::gradientPixel(4, 0));
+    EXPECT_EQ(c[1], testing::gradientPixel(0, 0));
+    EXPECT_EQ(c[7], testing::gradientPixel(4, 0));
   }
-}
-
-TEST(SeedCells, SplintersPickTheSeedThatLiesAheadWhenColumnsDoNotDecide) {
-  // Seeds at (2.5, 5) and (7.5, 5) seen from (5, 5): a = 2 and b = 5 for both, so the angular term
-  // decides: 6 toward the first (angle 0), -6 toward the second (angle pi), and the second wins. At
-  // (0, 5), b = 0 < a for both: a tie at 0, which the first keeps.
+  // Splinters: seeds at (2.5, 5) and (7.5, 5) seen from (5, 5): a = 2 and b = 5 for both, so the
+  // angular term decides: 6 toward the first (angle 0), -6 toward the second (angle pi), and the second
+  // wins. At (0, 5), b = 0 < a for both: a tie at 0, which the first keeps.
   for (CellsFunction f : {SeedCells::glassdaggerCellsPlain, SeedCells::glassdaggerCells}) {
-    auto source = testing::gradientSurface(10, 10);
-    std::vector<uint8_t> out(400);
-    const std::vector<Seed> seeds = {{2.5f, 5.0f}, {7.5f, 5.0f}};
-    f(source->pixels(), seeds, out.data());
-    auto at = [&](int x, int y) { return KColor{out[size_t(4 * (y * 10 + x))], out[size_t(4 * (y * 10 + x) + 1)], out[size_t(4 * (y * 10 + x) + 2)]}; };
-    EXPECT_EQ(at(5, 5), testing::gradientPixel(7, 5));
-    EXPECT_EQ(at(0, 5), testing::gradientPixel(2, 5));
+    const auto c = cellColours(f, 10, 10, {{2.5f, 5.0f}, {7.5f, 5.0f}});
+    EXPECT_EQ(c[55], testing::gradientPixel(7, 5));
+    EXPECT_EQ(c[50], testing::gradientPixel(2, 5));
   }
 }
 

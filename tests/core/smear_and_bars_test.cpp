@@ -7,49 +7,26 @@
 namespace zorvex {
 namespace {
 
-struct Scene {
-  CGContextRef surface;
-  CGLayerRef layer;
-  Scene(int w, int h, KColor base) : surface(testing::solidSurface(w, h, base)) {
-    layer = CGLayerCreateWithContext(surface, CGSizeMake(w, h), nullptr);
-  }
-  void dirtyLayer() {  // a red pixel in the layer's top-left corner
-    CGContextSetRGBFillColor(CGLayerGetContext(layer), 1, 0, 0, 1);
-    CGContextFillRect(CGLayerGetContext(layer), CGRectMake(0, double(CGBitmapContextGetHeight(surface)) - 1, 1, 1));
-  }
-};
+using testing::controlsWith;
+using testing::Scene;
 
-ControlValues controlsWith(std::initializer_list<std::pair<size_t, double>> values) {
-  ControlValues c(kControlCount, 0.0);
-  for (auto [i, v] : values) c[i] = v;
-  return c;
-}
-
-TEST(Agency, WholeRowsGiveNoLineAndNoComposite) {
-  for (double row : {0.5, 0.0}) {
-    Scene s(10, 8, {9, 9, 9});
-    s.dirtyLayer();
-    Filters::agency(s.surface, s.layer, controlsWith({{0, row}, {1, 0.7}}));
-    EXPECT_EQ(readPixel(s.surface, 0, 0), (KColor{9, 9, 9})) << row;  // the layer was not drawn
+TEST(Agency, WholeRowsGiveNoLineAndNoCompositeButZeroDepthComposites) {
+  // Row control, depth control, whether the layer (red in its top-left corner) lands on the surface.
+  for (auto [row, depth, composited] : {std::tuple{0.5, 0.7, false}, {0.0, 0.7, false}, {0.3, 0.0, true}}) {
+    Scene s(testing::solidSurface(10, 8, {9, 9, 9}));
+    s.markLayer(0, 0, {255, 0, 0});
+    Filters::agency(s.surface, s.layer, controlsWith({{0, row}, {1, depth}}));
+    EXPECT_EQ(s.at(0, 0), (composited ? KColor{255, 0, 0} : KColor{9, 9, 9})) << row;
+    EXPECT_EQ(s.at(5, 5), (KColor{9, 9, 9})) << row;
     EXPECT_EQ(s.surface->state().interpolation, kCGInterpolationNone);
   }
-}
-
-TEST(Agency, ZeroDepthStillCompositesTheLayer) {
-  Scene s(10, 8, {9, 9, 9});
-  s.dirtyLayer();
-  Filters::agency(s.surface, s.layer, controlsWith({{0, 0.3}, {1, 0.0}}));
-  EXPECT_EQ(readPixel(s.surface, 0, 0), (KColor{255, 0, 0}));
-  EXPECT_EQ(readPixel(s.surface, 5, 5), (KColor{9, 9, 9}));
 }
 
 TEST(Agency, TheChosenRowIsSmearedDownward) {
   // A 16 x 64 picture, black with one green row at 20; y = 20.5 picks that row, and the band reaches
   // half of 0.5 * 64 = 16 rows down from it.
-  auto picture = testing::solidSurface(16, 64, {0, 0, 0});
-  for (int x = 0; x < 16; ++x) writePixel(picture, x, 20, {0, 255, 0});
-  Scene s(16, 64, {0, 0, 0});
-  CGContextDrawImage(s.surface, CGRectMake(0, 0, 16, 64), CGBitmapContextCreateImage(picture));
+  Scene s(testing::solidSurface(16, 64, {0, 0, 0}));
+  for (int x = 0; x < 16; ++x) writePixel(s.surface, x, 20, {0, 255, 0});
   Filters::agency(s.surface, s.layer, controlsWith({{0, 20.5 / 64}, {1, 0.5}}));
   for (int y = 0; y < 64; ++y) {
     const bool smeared = y >= 21 && y <= 36;
@@ -58,7 +35,7 @@ TEST(Agency, TheChosenRowIsSmearedDownward) {
 }
 
 TEST(Interface, BarsFromTheBottomAndNoneNearTheTop) {
-  Scene s(8, 1000, {255, 255, 255});
+  Scene s(testing::solidSurface(8, 1000, {255, 255, 255}));
   Filters::interface(s.surface, s.layer, controlsWith({{0, 0.0}, {1, 0.0}}));  // spacing 10, thickness 1.5
   int bars = 0;
   for (int y = 999; y >= 0; --y) {
@@ -73,7 +50,7 @@ TEST(Interface, BarsFromTheBottomAndNoneNearTheTop) {
 }
 
 TEST(Interface, ThickestBarsStayUnderHalfTheSpacing) {
-  Scene s(4, 200, {255, 255, 255});
+  Scene s(testing::solidSurface(4, 200, {255, 255, 255}));
   Filters::interface(s.surface, s.layer, controlsWith({{0, 0.9999}, {1, 0.9999}}));
   // spacing = 0.9999 * 8 + 2 = 9.9992; thickness just under half of it: 20 bars of 5 rows.
   double ink = 0;
@@ -84,7 +61,7 @@ TEST(Interface, ThickestBarsStayUnderHalfTheSpacing) {
 
 #ifndef __EMSCRIPTEN__
 TEST(SmearAndBarsDeathTest, TooFewControlsAreFatal) {
-  Scene s(8, 8, {0, 0, 0});
+  Scene s(testing::blankSurface(8, 8));
   const double one[] = {0.5};
   EXPECT_DEATH(Filters::agency(s.surface, s.layer, Controls(one)), "");
   EXPECT_DEATH(Filters::interface(s.surface, s.layer, Controls(one)), "");
