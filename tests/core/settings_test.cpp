@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <deque>
-
-#include "core/imaging/platform.h"
 #include "core/stack/analytics.h"
 #include "core/stack/defaults.h"
 #include "core/stack/randomize_controls.h"
 #include "core/stack/settings.h"
+#include "tests/core/test_pictures.h"
 
 namespace zorvex {
 namespace {
@@ -20,16 +18,10 @@ class Settings : public ::testing::Test {
   MemoryDefaults store;
 };
 
-TEST_F(Settings, ANewInstallationReadsNormalFullAndNoToursShown) {
+TEST_F(Settings, QualitiesReadTheStoredRawValues) {
+  // A new installation reads normal and full.
   EXPECT_EQ(SettingsController::frameQuality(), FrameQuality::normal);
   EXPECT_EQ(SettingsController::saveQuality(), SaveQuality::full);
-  EXPECT_FALSE(SettingsController::hasShownIntro());
-  EXPECT_FALSE(SettingsController::hasShownEditControls());
-  EXPECT_FALSE(SettingsController::hasShownArrangeTutorial());
-  EXPECT_EQ(LaunchCounter::launchCount(), 0);
-}
-
-TEST_F(Settings, QualitiesReadTheStoredRawValues) {
   store.setInteger(1, "__FrameSettingKey__");
   store.setInteger(1, "__SaveSettingKey__");
   EXPECT_EQ(SettingsController::frameQuality(), FrameQuality::low);
@@ -47,6 +39,8 @@ TEST_F(Settings, QualitiesReadTheStoredRawValues) {
 }
 
 TEST_F(Settings, TutorialFlagsAreSetOneByOneAndClearedTogether) {
+  EXPECT_FALSE(SettingsController::hasShownIntro() || SettingsController::hasShownEditControls() ||
+               SettingsController::hasShownArrangeTutorial());
   SettingsController::setHasShownIntro();
   EXPECT_TRUE(SettingsController::hasShownIntro());
   EXPECT_FALSE(SettingsController::hasShownEditControls());
@@ -69,22 +63,15 @@ TEST_F(Settings, TheStoreReadsLikeThePlatformsDefaults) {
   store.setObject("real", Value::real(2.9));
   store.setBool(true, "flag");
   store.setData({1, 2}, "blob");
-  EXPECT_EQ(store.integerForKey("s"), 12);
-  EXPECT_EQ(store.integerForKey("neg"), -7);
-  EXPECT_EQ(store.integerForKey("word"), 0);
-  EXPECT_EQ(store.integerForKey("real"), 2);
-  EXPECT_EQ(store.integerForKey("flag"), 1);
-  EXPECT_EQ(store.integerForKey("blob"), 0);
-  EXPECT_EQ(store.integerForKey("absent"), 0);
   store.setString("YES", "yes");
   store.setString("007", "digits");
   store.setString("no", "no");
-  EXPECT_TRUE(store.boolForKey("yes"));
-  EXPECT_TRUE(store.boolForKey("digits"));
-  EXPECT_FALSE(store.boolForKey("no"));
-  EXPECT_TRUE(store.boolForKey("s"));
-  EXPECT_FALSE(store.boolForKey("blob"));
-  EXPECT_FALSE(store.boolForKey("absent"));
+  for (auto [key, integer, flag] : {std::tuple{"s", 12, true}, {"neg", -7, true}, {"word", 0, false}, {"real", 2, true},
+                                    {"flag", 1, true}, {"blob", 0, false}, {"absent", 0, false}, {"yes", 0, true},
+                                    {"digits", 7, true}, {"no", 0, false}}) {
+    EXPECT_EQ(store.integerForKey(key), integer) << key;
+    EXPECT_EQ(store.boolForKey(key), flag) << key;
+  }
   EXPECT_EQ(store.stringForKey("real"), std::nullopt);
   EXPECT_EQ(*store.dataForKey("blob"), (std::vector<uint8_t>{1, 2}));
   store.removeObjectForKey("blob");
@@ -92,6 +79,7 @@ TEST_F(Settings, TheStoreReadsLikeThePlatformsDefaults) {
 }
 
 TEST_F(Settings, TheFirstLaunchCountsOne) {
+  EXPECT_EQ(LaunchCounter::launchCount(), 0);
   LaunchCounter::incrementLaunchCount();
   EXPECT_EQ(LaunchCounter::launchCount(), 1);
   LaunchCounter::incrementLaunchCount();
@@ -109,18 +97,6 @@ class RecordingSink final : public AnalyticsSink {
   void logEvent(std::string_view name, const AnalyticsParameters* p) override {
     events.push_back({std::string(name), p ? std::optional(*p) : std::nullopt});
   }
-};
-
-class FixedRandom final : public Platform {
- public:
-  std::deque<uint32_t> values;
-  void consoleLine(std::string_view) override {}
-  uint32_t random32() override {
-    const uint32_t v = values.front();
-    values.pop_front();
-    return v;
-  }
-  double now() override { return 0; }
 };
 
 TEST(Analytics, EventsArePrefixedAndCarryTheirParameters) {
@@ -141,12 +117,9 @@ TEST(Analytics, EventsArePrefixedAndCarryTheirParameters) {
 
 TEST(Analytics, RandomizeControlsLogsAndRollsFromAFreshSeed) {
   RecordingSink sink;
-  FixedRandom random;
-  random.values = {0x01234567, 0x89ABCDEF};
+  testing::TestPlatform random({0x01234567, 0x89ABCDEF});
   setAnalyticsSink(&sink);
-  setPlatform(&random);
   const RolledControls rolled = randomizeControls();
-  setPlatform(nullptr);
   setAnalyticsSink(nullptr);
   EXPECT_EQ(rolled.seed, 0x0123456789ABCDEFull);
   EXPECT_EQ(rolled.values, rollControls(0x0123456789ABCDEFull));

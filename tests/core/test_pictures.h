@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <deque>
 #include <initializer_list>
 #include <string>
@@ -43,6 +42,18 @@ inline CGContextRef solidSurface(int w, int h, KColor color) {
 inline KColor pixelOf(const CGImageRef& image, int x, int y) {
   const raster::RGBA8 p = raster::loadPixel(image->format(), image->pixels().at(x, y));
   return {p.r, p.g, p.b};
+}
+
+// True when rows [y0, y1) of two pictures have the same colours over black, whatever their layouts.
+inline bool sameRows(const CGImageRef& a, const CGImageRef& b, int y0, int y1) {
+  for (int y = y0; y < y1; ++y)
+    for (int x = 0; x < a->width(); ++x)
+      if (pixelOf(a, x, y) != pixelOf(b, x, y)) return false;
+  return true;
+}
+
+inline bool sameRGB(const CGImageRef& a, const CGImageRef& b) {
+  return a && b && a->width() == b->width() && a->height() == b->height() && sameRows(a, b, 0, a->height());
 }
 
 // True when two contexts hold the same bytes in every pixel (for RGBX, the skipped byte aside).
@@ -92,17 +103,6 @@ struct Scene {
   }
 };
 
-// True when rows [y0, y1) of two pictures have the same RGB.
-inline bool sameRows(const CGImageRef& a, const CGImageRef& b, int y0, int y1) {
-  for (int y = y0; y < y1; ++y)
-    for (int x = 0; x < a->width(); ++x)
-      if (std::memcmp(a->pixels().at(x, y), b->pixels().at(x, y), 3) != 0) return false;
-  return true;
-}
-
-inline bool sameRGB(const CGImageRef& a, const CGImageRef& b) {
-  return a && b && a->width() == b->width() && a->height() == b->height() && sameRows(a, b, 0, a->height());
-}
 
 // PSNR of the RGB of two pictures of the same size, in dB (99 for identical pictures).
 inline double psnr(const CGImageRef& a, const CGImageRef& b) {
