@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "core/stack/effects_data.h"
+#include "core/kernels/kernels.h"
 #include "core/stack/filters.h"
 #include "tests/core/test_pictures.h"
 
@@ -41,9 +42,7 @@ TEST(Stack, FlatteningOpensPresetsWhateverTheirMembersFlags) {
   data.effects = {Effect::make("VETH", true), preset, Effect::make("OFF", false), empty, Effect::make("AGENCY", true)};
   Recorder rec(data);
   auto s = testing::gradientSurface(20, 16);
-  auto layer = CGLayerCreateWithContext(s, CGSizeMake(20, 16), nullptr);
-  const ControlValues controls = rollControls(5);
-  ASSERT_TRUE(data.renderStack(layer, s, controls, CGBitmapContextCreateImage(s), 20, 16));
+  ASSERT_TRUE(data.renderStack(testing::layerFor(s), s, rollControls(5), CGBitmapContextCreateImage(s), 20, 16));
   EXPECT_EQ(rec.names, (std::vector<std::string>{"VETH", "X", "INTERFACE", "AGENCY", "AGENCY", "AGENCY"}));
 }
 
@@ -51,12 +50,10 @@ TEST(Stack, ZeroSizeGivesNilAndTouchesNothing) {
   EffectsData data;
   data.effects = {Effect::make("INTERFACE", true)};
   auto s = testing::gradientSurface(8, 8);
-  auto before = CGBitmapContextCreateImage(s);
-  auto layer = CGLayerCreateWithContext(s, CGSizeMake(8, 8), nullptr);
-  EXPECT_FALSE(data.stackApply({}, layer, s, rollControls(1), before, 0.0, 8));
-  EXPECT_FALSE(data.stackApply({}, layer, s, rollControls(1), before, 8, 0.0));
-  for (int y = 0; y < 8; ++y)
-    for (int x = 0; x < 8; ++x) EXPECT_EQ(readPixel(s, x, y), testing::pixelOf(before, x, y));
+  const CGImageRef before = CGBitmapContextCreateImage(s);
+  EXPECT_FALSE(data.stackApply({}, testing::layerFor(s), s, rollControls(1), before, 0.0, 8));
+  EXPECT_FALSE(data.stackApply({}, testing::layerFor(s), s, rollControls(1), before, 8, 0.0));
+  EXPECT_TRUE(testing::samePixels(s, testing::gradientSurface(8, 8)));
 }
 
 TEST(Stack, WithNothingOnTheResultIsTheBaseAtSurfaceSize) {
@@ -64,46 +61,28 @@ TEST(Stack, WithNothingOnTheResultIsTheBaseAtSurfaceSize) {
   data.effects = {Effect::make("AGENCY", false), Effect::make("NO SUCH EFFECT", true)};
   auto base = CGBitmapContextCreateImage(testing::gradientSurface(4, 4));
   auto s = testing::blankSurface(8, 8);
-  auto layer = CGLayerCreateWithContext(s, CGSizeMake(8, 8), nullptr);
   CGContextSetInterpolationQuality(s, kCGInterpolationNone);
-  auto out = data.renderStack(layer, s, rollControls(1), base, 8, 8);
+  auto out = data.renderStack(testing::layerFor(s), s, rollControls(1), base, 8, 8);
   ASSERT_TRUE(out);
   EXPECT_EQ(CGImageGetWidth(out), 8u);
   for (int y = 0; y < 8; ++y)
     for (int x = 0; x < 8; ++x) EXPECT_EQ(testing::pixelOf(out, x, y), testing::gradientPixel(x / 2, y / 2));
 }
 
-TEST(Stack, UnknownNamesChangeNothingAndKernelsLeaveTheirState) {
-  auto run = [](std::vector<std::string> names) {
-    EffectsData data;
-    for (auto& n : names) data.effects.push_back(Effect::make(n, true));
-    auto s = testing::blankSurface(32, 24);
-    auto layer = CGLayerCreateWithContext(s, CGSizeMake(32, 24), nullptr);
-    ControlValues controls(kControlCount, 0.3);
-    return std::make_pair(data.renderStack(layer, s, controls, CGBitmapContextCreateImage(testing::gradientSurface(32, 24)), 32, 24), s);
-  };
-  auto [a, sa] = run({"INTERFACE", "AGENCY"});
-  auto [b, sb] = run({"INTERFACE", "UNKNOWN", "AGENCY"});
-  EXPECT_TRUE(testing::samePixels(sa, sb));
-  // A kernel's settings stay on the surface for the next one.
-  EXPECT_EQ(sa->state().interpolation, kCGInterpolationNone);
-  EXPECT_EQ(sa->state().blendMode, kCGBlendModeNormal);
-}
-
-TEST(Stack, TheLayerStaysDirtyForTheNextKernel) {
-  // INTERFACE leaves its bars in the layer; AGENCY composites the layer again over its own smear,
-  // so the bars lie over the smeared band too.
+TEST(Stack, KernelsRunBackToBackOnOneSurfaceAndOneLayerAndUnknownNamesAreSkipped) {
+  // INTERFACE leaves its bars in the layer and its state on the surface, and AGENCY composites the
+  // layer again over its smear: the stack gives what the two kernels give called one after the other,
+  // with nothing cleared or reset between them.
+  const ControlValues controls = testing::controlsWith({{0, 0.105}, {1, 0.9}});
   EffectsData data;
-  data.effects = {Effect::make("INTERFACE", true), Effect::make("AGENCY", true)};
-  auto s = testing::blankSurface(16, 100);
-  auto layer = CGLayerCreateWithContext(s, CGSizeMake(16, 100), nullptr);
-  ControlValues controls(kControlCount, 0.0);
-  controls[0] = 0.105;  // AGENCY smears row 10; INTERFACE's bars are 1 apart... spacing = h / 100
-  controls[1] = 0.9;
-  auto white = testing::solidSurface(16, 100, {255, 255, 255});
-  ASSERT_TRUE(data.renderStack(layer, s, controls, CGBitmapContextCreateImage(white), 16, 100));
-  // spacing = 0.105 * (5 - 1) + 1 = 1.42; the bottom row carries a bar whatever AGENCY did.
-  EXPECT_LT(readPixel(s, 3, 99).r, 255);
+  data.effects = {Effect::make("INTERFACE", true), Effect::make("UNKNOWN", true), Effect::make("AGENCY", true)};
+  testing::Scene stacked(testing::blankSurface(16, 100)), direct(testing::solidSurface(16, 100, {255, 255, 255}));
+  const CGImageRef white = CGBitmapContextCreateImage(direct.surface);
+  ASSERT_TRUE(data.renderStack(stacked.layer, stacked.surface, controls, white, 16, 100));
+  Filters::interface(direct.surface, direct.layer, controls);
+  Filters::agency(direct.surface, direct.layer, controls);
+  EXPECT_TRUE(testing::samePixels(stacked.surface, direct.surface));
+  EXPECT_EQ(stacked.surface->state().interpolation, direct.surface->state().interpolation);  // left for the next
 }
 
 }  // namespace
