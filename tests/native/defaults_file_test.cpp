@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
-#include "core/imaging/platform.h"
 #include "core/stack/effects_data.h"
+#include "tests/core/test_pictures.h"
 #include "tests/native/store_test_support.h"
 
 namespace zorvex::native {
@@ -66,27 +66,20 @@ TEST(DefaultsFile, EveryChangeIsWrittenAndReadBack) {
   EXPECT_EQ(again.dictionary().keys(), (std::vector<std::string>{"name", "list"}));
 }
 
-std::string validFile() {
-  plist::Value d;
-  d.set("__SaveSettingKey__", plist::Value::integer(1));
-  std::vector<uint8_t> bytes;
-  std::string error;
-  plist::writeBinary(d, bytes, error);
+std::string fileOf(const plist::Value& v) {
+  const std::vector<uint8_t> bytes = testing::plistBytes(v);
   return std::string(bytes.begin(), bytes.end());
 }
 
 TEST(DefaultsFile, AnUnreadableFileIsMovedAsideAndKept) {
-  const std::string good = validFile();
+  plist::Value settings;
+  settings.set("__SaveSettingKey__", plist::Value::integer(1));
+  const std::string good = fileOf(settings);
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"empty", ""},
       {"garbage", "this is not a property list at all, not even close"},
       {"truncated", good.substr(0, good.size() - 5)},
-      {"no dictionary", [] {
-         std::vector<uint8_t> b;
-         std::string e;
-         plist::writeBinary(plist::Value::array(), b, e);
-         return std::string(b.begin(), b.end());
-       }()},
+      {"no dictionary", fileOf(plist::Value::array())},
   };
   for (const auto& [what, content] : cases) {
     TempDir dir;
@@ -120,9 +113,8 @@ TEST(DefaultsFile, TwoUnreadableFilesInOneSecondKeepBoth) {
     DefaultsFile file(path);
     ASSERT_TRUE(file.load(notice, error)) << error;
   }
-  const std::vector<std::string> names = dir.names();
-  ASSERT_EQ(names.size(), 2u);
-  std::vector<std::string> contents = {readFile(dir / names[0]), readFile(dir / names[1])};
+  std::vector<std::string> contents;
+  for (const std::string& name : dir.names()) contents.push_back(readFile(dir / name));
   std::sort(contents.begin(), contents.end());
   EXPECT_EQ(contents, (std::vector<std::string>{"first", "second"}));
 }
@@ -150,18 +142,10 @@ TEST(DefaultsFile, AWriteThatFailsIsReported) {
   EXPECT_NE(file.writeError().find("plain-file"), std::string::npos) << file.writeError();
 }
 
-class Silent final : public Platform {
- public:
-  void consoleLine(std::string_view) override {}
-  uint32_t random32() override { return 7; }
-  double now() override { return 0; }
-};
-
 // The program dies after the new file is written and before it replaces the old one: the stored list
 // is the one from before.
 TEST(DefaultsFile, ACrashBeforeTheRenameLeavesTheOldListIntact) {
-  Silent silent;
-  setPlatform(&silent);
+  testing::TestPlatform silent;
   TempDir dir;
   const std::string path = dir / "defaults.plist";
   std::string notice, error;
@@ -192,7 +176,6 @@ TEST(DefaultsFile, ACrashBeforeTheRenameLeavesTheOldListIntact) {
   restarted.setDefaults(&again);
   restarted.loadEffects();
   EXPECT_EQ(restarted.effects[0]->name, "GRABOID");
-  setPlatform(nullptr);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "core/stack/effects_data.h"
+#include "tests/core/test_pictures.h"
 #include "tests/native/store_test_support.h"
 
 namespace zorvex {
@@ -38,9 +39,7 @@ Value readOurs(const std::string& path) {
 }
 
 void writeOurs(const std::string& path, const Value& v) {
-  std::vector<uint8_t> bytes;
-  std::string error;
-  ASSERT_TRUE(plist::writeBinary(v, bytes, error)) << error;
+  const std::vector<uint8_t> bytes = testing::plistBytes(v);
   writeFile(path, std::string(bytes.begin(), bytes.end()));
 }
 
@@ -99,9 +98,7 @@ TEST(Plistutil, ReadsTheListWeStore) {
 
 TEST(Plistutil, ReadsOurDefaultsFileWithItsBlobAndLegacyArray) {
   TempDir dir;
-  std::vector<uint8_t> blob;
-  std::string error;
-  ASSERT_TRUE(plist::writeBinary(encodeEffects(sampleList()), blob, error));
+  const std::vector<uint8_t> blob = testing::plistBytes(encodeEffects(sampleList()));
   Value defaults;
   defaults.set("__FrameSettingKey__", Value::integer(1));
   defaults.set("zz.kvt.zorvex.kHasShownIntroMessageBaby", Value::boolean(true));
