@@ -1,7 +1,6 @@
 // "VAN STROKE" and "YUBARI".
 #include <gtest/gtest.h>
 
-#include "core/imaging/platform.h"
 #include "core/kernels/kernels.h"
 #include "tests/core/test_pictures.h"
 
@@ -9,15 +8,7 @@ namespace zorvex {
 namespace {
 
 using testing::controlsWith;
-
-struct ConsoleLines final : Platform {
-  std::vector<std::string> lines;
-  ConsoleLines() { setPlatform(this); }
-  ~ConsoleLines() override { setPlatform(nullptr); }
-  void consoleLine(std::string_view line) override { lines.emplace_back(line); }
-  uint32_t random32() override { return 0; }
-  double now() override { return 0; }
-};
+using ConsoleLines = testing::TestPlatform;
 
 TEST(VanStroke, TheMarkedBandSortsByRedOrByHueWithAlphaAsRed) {
   // 20 bands of 2 rows; only band 5 is marked. By red (the middle byte of the reduced pixel) it sorts

@@ -27,23 +27,18 @@ TEST(Isam, AColumnsBrightnessSetsTheHeightOfItsBar) {
 TEST(Isam, LevelsSeeTheLayerWhileSlicesComeFromThePictureBefore) {
   // A white column left in the layer makes column 2 bright for the measure, so the picture's own
   // black column 2 is stretched over all rows and hides it.
-  auto s = testing::solidSurface(8, 16, {0, 0, 0});
-  auto layer = layerFor(s);
-  CGContextSetRGBFillColor(CGLayerGetContext(layer), 1, 1, 1, 1);
-  CGContextFillRect(CGLayerGetContext(layer), CGRectMake(2, 0, 1, 16));
-  Filters::isam(s, layer, controlsWith({{2, 0.5}}));
-  for (int y = 0; y < 16; ++y) EXPECT_EQ(readPixel(s, 2, y), (KColor{0, 0, 0})) << y;
-}
-
-TEST(Isam, TallPicturesUseTheLevelOfEverySecondColumnOnly) {
+  testing::Scene s(testing::solidSurface(8, 16, {0, 0, 0}));
+  CGContextSetRGBFillColor(s.layerContext(), 1, 1, 1, 1);
+  CGContextFillRect(s.layerContext(), CGRectMake(2, 0, 1, 16));
+  Filters::isam(s.surface, s.layer, controlsWith({{2, 0.5}}));
+  for (int y = 0; y < 16; ++y) EXPECT_EQ(s.at(2, y), (KColor{0, 0, 0})) << y;
   // 1600 rows: step 2, slices start at even columns, and the bright odd column 1 is measured and
   // ignored.
-  auto s = testing::solidSurface(4, 1600, {0, 0, 0});
-  for (int y = 0; y < 1600; ++y) writePixel(s, 1, y, {255, 255, 255});
-  auto before = CGBitmapContextCreateImage(s);
-  Filters::isam(s, layerFor(s), controlsWith({{2, 0.5}}));
-  for (int y = 0; y < 1600; y += 7)
-    for (int x = 0; x < 4; ++x) ASSERT_EQ(readPixel(s, x, y), testing::pixelOf(before, x, y)) << x << "," << y;
+  auto tall = testing::solidSurface(4, 1600, {0, 0, 0});
+  for (int y = 0; y < 1600; ++y) writePixel(tall, 1, y, {255, 255, 255});
+  auto before = CGBitmapContextCreateImage(tall);
+  Filters::isam(tall, layerFor(tall), controlsWith({{2, 0.5}}));
+  EXPECT_TRUE(testing::sameRGB(CGBitmapContextCreateImage(tall), before));
 }
 
 TEST(Oirectine, TheBlueByteIndexesTheCosinePalette) {
@@ -67,8 +62,7 @@ TEST(Oirectine, TheBlueByteIndexesTheCosinePalette) {
 TEST(Oirectine, ZeroAmplitudesGive127Everywhere) {
   auto s = testing::gradientSurface(9, 7);
   Filters::oirectine(s, layerFor(s), controlsWith({{0, 0.3}, {6, 0.9}, {8, 0.4}}));
-  for (int y = 0; y < 7; ++y)
-    for (int x = 0; x < 9; ++x) ASSERT_EQ(readPixel(s, x, y), (KColor{127, 127, 127}));
+  EXPECT_TRUE(testing::samePixels(s, testing::solidSurface(9, 7, {127, 127, 127})));
 }
 
 TEST(Arecibo, TheDarkShapeIsMirroredLeftToRightAndTheCopiesStayInIt) {
@@ -90,8 +84,7 @@ TEST(Arecibo, TheDarkShapeIsMirroredLeftToRightAndTheCopiesStayInIt) {
 TEST(Arecibo, AnAllBrightPictureIsClearedAndStaysClear) {
   auto s = testing::solidSurface(10, 6, {250, 250, 250});
   Filters::arecibo(s, rollControls(7));
-  for (int y = 0; y < 6; ++y)
-    for (int x = 0; x < 10; ++x) ASSERT_EQ(readPixel(s, x, y), (KColor{0, 0, 0}));
+  EXPECT_TRUE(testing::samePixels(s, testing::blankSurface(10, 6)));
 }
 
 #ifndef __EMSCRIPTEN__

@@ -37,28 +37,21 @@ TEST(Mxlhxllx, BrightShapesGlideFromTheOffsetToTheOrigin) {
 
 TEST(Dropframe, ASteadyWaveShiftsEveryStripAndUncoversTheOldPicture) {
   // Wave values (0.25, 0, 0) give a shift of -0.25 for every strip: 4 pixels left on a 16-wide
-  // picture. Strips are 1 row high at 400 rows. The last 4 columns keep the picture as it was.
-  auto s = testing::gradientSurface(16, 400);
-  auto before = CGBitmapContextCreateImage(s);
-  Filters::dropframe(s, layerFor(s), controlsWith({{0, 0.25}}));
-  for (int y = 0; y < 400; y += 13)
-    for (int x = 0; x < 16; ++x)
-      ASSERT_EQ(readPixel(s, x, y), testing::pixelOf(before, x < 12 ? x + 4 : x, y)) << x << "," << y;
-  EXPECT_EQ(s->state().interpolation, kCGInterpolationNone);
-}
-
-TEST(Dropframe, NoWaveKeepsThePictureAndTheLayerLandsOnTop) {
-  auto s = testing::gradientSurface(16, 40);
-  auto before = CGBitmapContextCreateImage(s);
-  Filters::dropframe(s, layerFor(s), controlsWith({{4, 0.3}}));
-  for (int y = 0; y < 40; ++y)
-    for (int x = 0; x < 16; ++x) ASSERT_EQ(readPixel(s, x, y), testing::pixelOf(before, x, y));
-  auto layer = layerFor(s);
-  CGContextSetRGBFillColor(CGLayerGetContext(layer), 0, 0, 1, 1);
-  CGContextFillRect(CGLayerGetContext(layer), CGRectMake(0, 0, 16, 40));
-  Filters::dropframe(s, layer, rollControls(3));
-  for (int y = 0; y < 40; ++y)
-    for (int x = 0; x < 16; ++x) ASSERT_EQ(readPixel(s, x, y), (KColor{0, 0, 255}));
+  // picture. Strips are 1 row high at 400 rows. The last 4 columns keep the picture as it was. No
+  // wave keeps the picture.
+  for (auto [controls, shift, h] : {std::tuple{controlsWith({{0, 0.25}}), 4, 400}, {controlsWith({{4, 0.3}}), 0, 40}}) {
+    auto s = testing::gradientSurface(16, h);
+    Filters::dropframe(s, layerFor(s), controls);
+    for (int y = 0; y < h; y += h / 40)
+      for (int x = 0; x < 16; ++x) ASSERT_EQ(readPixel(s, x, y), testing::gradientPixel(x < 16 - shift ? x + shift : x, y)) << x << "," << y;
+    EXPECT_EQ(s->state().interpolation, kCGInterpolationNone);
+  }
+  // The layer lands on top.
+  testing::Scene s(testing::gradientSurface(16, 40));
+  CGContextSetRGBFillColor(s.layerContext(), 0, 0, 1, 1);
+  CGContextFillRect(s.layerContext(), CGRectMake(0, 0, 16, 40));
+  Filters::dropframe(s.surface, s.layer, rollControls(3));
+  EXPECT_TRUE(testing::samePixels(s.surface, testing::solidSurface(16, 40, {0, 0, 255})));
 }
 
 TEST(Spdif, EchoesFadeAwayAlongTheChosenAxis) {
@@ -73,24 +66,16 @@ TEST(Spdif, EchoesFadeAwayAlongTheChosenAxis) {
     EXPECT_EQ(readPixel(s, 6, 6), (KColor{255, 0, 0}));
     EXPECT_TRUE(isBlack(readPixel(s, 3, 8)));
     EXPECT_TRUE(isBlack(readPixel(s, 7, 3)));
-    if (direction < 0.5) {
-      EXPECT_GT(readPixel(s, 20, 8).r, 20);  // the fourth echo, at a fifth of the opacity
-      EXPECT_TRUE(isBlack(readPixel(s, 23, 8)));  // the fifth has none
-      EXPECT_TRUE(isBlack(readPixel(s, 7, 13)));
-    } else {
-      EXPECT_GT(readPixel(s, 7, 26).r, 20);
-      EXPECT_TRUE(isBlack(readPixel(s, 7, 29)));
-      EXPECT_TRUE(isBlack(readPixel(s, 11, 8)));
-    }
+    // The fourth echo, at a fifth of the opacity; the fifth has none; nothing across.
+    const bool across = direction < 0.5;
+    EXPECT_GT((across ? readPixel(s, 20, 8) : readPixel(s, 7, 26)).r, 20) << direction;
+    EXPECT_TRUE(isBlack(across ? readPixel(s, 23, 8) : readPixel(s, 7, 29))) << direction;
+    EXPECT_TRUE(isBlack(across ? readPixel(s, 7, 13) : readPixel(s, 11, 8))) << direction;
   }
-}
-
-TEST(Spdif, ZeroControlsGiveEmptyPiecesAndNoChange) {
+  // Zero controls give empty pieces and no change.
   auto s = testing::gradientSurface(20, 20);
-  auto before = CGBitmapContextCreateImage(s);
   Filters::spdif(s, layerFor(s), ControlValues(kControlCount, 0.0));
-  for (int y = 0; y < 20; ++y)
-    for (int x = 0; x < 20; ++x) ASSERT_EQ(readPixel(s, x, y), testing::pixelOf(before, x, y));
+  EXPECT_TRUE(testing::samePixels(s, testing::gradientSurface(20, 20)));
 }
 
 TEST(Shroom, HalvesAreSqueezedTowardTheCentreAndMixedInAtHalfOpacity) {
