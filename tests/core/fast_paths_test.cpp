@@ -40,14 +40,17 @@ const PixelFormat kFormats[] = {PixelFormat::RGBX, PixelFormat::RGBA, PixelForma
 // Half the time the surface's own layout, which the kernels use most.
 PixelFormat randomFormat(Random& r) { return r.chance(0.5) ? PixelFormat::RGBX : kFormats[r.range(0, 3)]; }
 
-CGContextRef randomContext(Random& r, int w, int h, PixelFormat f) {
-  const bool gray = f == PixelFormat::Gray;
+CGContextRef contextOf(PixelFormat f, int w, int h) {
   const uint32_t info = f == PixelFormat::RGBX ? kCGImageAlphaNoneSkipLast
                         : f == PixelFormat::RGBA ? kCGImageAlphaPremultipliedLast
                         : f == PixelFormat::ARGB ? kCGImageAlphaPremultipliedFirst
                                                  : kCGImageAlphaNone;
-  auto c = CGBitmapContextCreate(nullptr, size_t(w), size_t(h), 8, 0,
-                                 gray ? CGColorSpaceCreateDeviceGray() : CGColorSpaceCreateDeviceRGB(), info);
+  return CGBitmapContextCreate(nullptr, size_t(w), size_t(h), 8, 0,
+                               f == PixelFormat::Gray ? CGColorSpaceCreateDeviceGray() : CGColorSpaceCreateDeviceRGB(), info);
+}
+
+CGContextRef randomContext(Random& r, int w, int h, PixelFormat f) {
+  auto c = contextOf(f, w, h);
   const PixelView& p = c->pixels();
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {
@@ -60,12 +63,7 @@ CGContextRef randomContext(Random& r, int w, int h, PixelFormat f) {
 
 CGContextRef copyOf(const CGContextRef& c) {
   const PixelView& p = c->pixels();
-  auto d = CGBitmapContextCreate(nullptr, size_t(p.width), size_t(p.height), 8, 0,
-                                 p.format == PixelFormat::Gray ? CGColorSpaceCreateDeviceGray() : CGColorSpaceCreateDeviceRGB(),
-                                 p.format == PixelFormat::RGBX   ? kCGImageAlphaNoneSkipLast
-                                 : p.format == PixelFormat::RGBA ? kCGImageAlphaPremultipliedLast
-                                 : p.format == PixelFormat::ARGB ? kCGImageAlphaPremultipliedFirst
-                                                                 : kCGImageAlphaNone);
+  auto d = contextOf(p.format, p.width, p.height);
   std::copy(p.data, p.data + p.stride * p.height, d->pixels().data);
   return d;
 }
@@ -105,7 +103,6 @@ struct State {
 
 TEST(FastPaths, ImageDrawsMatchTheGeneralPath) {
   Random r(20261121);
-  int compared = 0;
   for (int iteration = 0; iteration < 1500; ++iteration) {
     const int w = r.range(1, 48), h = r.range(1, 48);
     const PixelFormat df = randomFormat(r);
@@ -127,9 +124,7 @@ TEST(FastPaths, ImageDrawsMatchTheGeneralPath) {
       CGContextDrawImage(slow, rect, image);
     }
     ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
-    ++compared;
   }
-  EXPECT_EQ(compared, 1500);
 }
 
 TEST(FastPaths, LayerCompositesMatchTheGeneralPath) {

@@ -129,12 +129,9 @@ TEST_F(Cli, EditToolsTurnAndMirror) {
   EXPECT_TRUE(redAt(render(in, "--effects '' --effected-only --mirror v"), 1, 22));
 }
 
-TEST_F(Cli, SeedsRepeatALookAndAFreshRollSaysItsSeed) {
-  const std::string in = picture("in.png", 40, 30);
-  ASSERT_EQ(run("render " + in + " -o " + path("a.png") + " --seed 77 --effects 'AGENCY,INTERFACE'").code, 0);
-  ASSERT_EQ(run("render " + in + " -o " + path("b.png") + " --seed 77 --effects 'AGENCY,INTERFACE'").code, 0);
-  EXPECT_EQ(readFile(path("a.png")), readFile(path("b.png")));
-  const RunResult fresh = run("render " + in + " -o " + path("c.png"));
+// That a seed repeats a look is checked where the stored list is rendered.
+TEST_F(Cli, AFreshRollSaysItsSeed) {
+  const RunResult fresh = run("render " + picture("in.png", 40, 30) + " -o " + path("c.png"));
   EXPECT_EQ(fresh.code, 0);
   EXPECT_EQ(fresh.err.rfind("seed ", 0), 0u) << fresh.err;
 }

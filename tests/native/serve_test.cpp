@@ -140,34 +140,28 @@ TEST_F(ServeTest, ServesNothingFromOutsideTheAppsFolder) {
 }
 
 TEST_F(ServeTest, AnswersTheMessageDocumentForAnyQuery) {
-  Server with({"--root", dir / "app", "--message", dir / "message.json"});
-  ASSERT_GT(with.port(), 0);
+  Server with({"--root", dir / "app", "--message", dir / "message.json"}), without({"--root", dir / "app"});
+  ASSERT_TRUE(with.port() > 0 && without.port() > 0);
   for (const std::string target : {"/zorvex/messageJSON.php", "/zorvex/messageJSON.php?1234567"}) {
     const Response r = with.get(target);
     EXPECT_EQ(r.status, 200);
     EXPECT_EQ(r.body, R"({"title":"Hello","message":"From us"})");
     EXPECT_TRUE(r.has("Content-Type: application/json"));
   }
-  Server without({"--root", dir / "app"});
-  ASSERT_GT(without.port(), 0);
   const Response empty = without.get("/zorvex/messageJSON.php?3");
   EXPECT_EQ(empty.status, 200);
   EXPECT_EQ(empty.body, "");
 }
 
 TEST_F(ServeTest, RefusesBadOptionsWithAMessage) {
-  const auto run = [&](const std::string& args) {
-    return testsupport::shell(dir, testsupport::quote(ZORVEX_CLI) + " serve " + args);
-  };
-  auto r = run("--port 70000");
-  EXPECT_EQ(r.code, 2);
-  EXPECT_NE(r.err.find("--port"), std::string::npos);
-  r = run("--root " + testsupport::quote(dir / "missing"));
-  EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("missing"), std::string::npos);
-  r = run("--root " + testsupport::quote(dir / "app") + " --message " + testsupport::quote(dir / "none.json"));
-  EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("none.json"), std::string::npos);
+  using testsupport::quote;
+  for (auto [args, code, says] : {std::tuple{std::string("--port 70000"), 2, "--port"},
+                                  {"--root " + quote(dir / "missing"), 1, "missing"},
+                                  {"--root " + quote(dir / "app") + " --message " + quote(dir / "none.json"), 1, "none.json"}}) {
+    const auto r = testsupport::shell(dir, quote(ZORVEX_CLI) + " serve " + args);
+    EXPECT_EQ(r.code, code) << args;
+    EXPECT_NE(r.err.find(says), std::string::npos) << args;
+  }
 }
 
 }  // namespace
