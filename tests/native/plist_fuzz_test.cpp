@@ -7,17 +7,14 @@
 
 #include "core/stack/effects_data.h"
 #include "core/stack/plist.h"
+#include "tests/core/test_pictures.h"
 
 namespace zorvex::plist {
 namespace {
 
 std::vector<std::vector<uint8_t>> seeds() {
   std::vector<std::vector<uint8_t>> out;
-  auto add = [&](const Value& v) {
-    std::vector<uint8_t> b;
-    std::string e;
-    if (writeBinary(v, b, e)) out.push_back(b);
-  };
+  auto add = [&](const Value& v) { out.push_back(testing::plistBytes(v)); };
   add(encodeEffects({Effect::make("§P∆Iƒ", true),
                      Effect::make("Mine", false, EffectList{Effect::make("VETH", true), Effect::make("X", false)}),
                      Effect::make("Empty", false, EffectList{})}));
