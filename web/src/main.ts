@@ -83,6 +83,7 @@ async function start(): Promise<void> {
     // The tours are not built yet: the hook does nothing, and the flag is set as if it had run.
     startWalkthrough: () => hooks.startWalkthrough('arrange'),
     pop: () => {
+      if (!arrangeDom.isPresented) return;
       fxArrange2.viewWillDisappear();
       vc.viewWillAppear();
       arrangeDom.dismiss(() => vc.viewDidAppear(settings.launchCount()));

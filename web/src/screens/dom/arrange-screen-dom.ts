@@ -128,8 +128,13 @@ export class ArrangeScreenDom implements EffectsArrangeView {
 
   // ----- On and off the screen -----
 
+  // On the page, sliding in, or sliding out.
   get isShown(): boolean {
     return !this.screen.hidden;
+  }
+  // On the page and not leaving it.
+  get isPresented(): boolean {
+    return this.screen.classList.contains('shown');
   }
 
   // Slides the screen in over the main screen, which stops taking input meanwhile.
