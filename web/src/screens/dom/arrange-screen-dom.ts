@@ -77,6 +77,7 @@ export class ArrangeScreenDom implements EffectsArrangeView {
   }
 
   reloadRows(rows: readonly ArrangeRow[]): void {
+    this.endDrag(false); // the rows it was among are gone
     const hadFocus = this.rows.contains(document.activeElement);
     this.rows.replaceChildren(...rows.map((row) => this.makeRow(row)));
     this.focusIndex = Math.min(this.focusIndex, Math.max(0, rows.length - 1));
