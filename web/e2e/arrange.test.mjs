@@ -37,10 +37,18 @@ async function picture() {
   });
 }
 
+// Waits until the screen has slid in and its table is filled.
+async function arrangeShown() {
+  await page.waitForFunction(() => {
+    const arrange = document.getElementById('arrange');
+    return arrange.classList.contains('shown') && getComputedStyle(arrange).transform === 'none';
+  });
+  await page.waitForFunction(() => document.querySelectorAll('.arrange-row').length >= 34);
+}
+
 async function openArrange() {
   await page.locator('#effects-arrange').click();
-  await page.waitForFunction(() => document.getElementById('arrange').classList.contains('shown'));
-  await page.waitForFunction(() => document.querySelectorAll('.arrange-row').length >= 34);
+  await arrangeShown();
 }
 
 async function framesGoOn() {
@@ -187,7 +195,7 @@ test('Done, a swipe and Escape give the picture back and the live frames go on',
   await framesGoOn();
 
   await page.keyboard.press('a');
-  await page.waitForFunction(() => document.getElementById('arrange').classList.contains('shown'));
+  await arrangeShown();
   const touch = await page.context().newCDPSession(page);
   const box = await page.locator('#arrange-picture').boundingBox();
   const y = box.y + box.height / 2;
@@ -199,7 +207,7 @@ test('Done, a swipe and Escape give the picture back and the live frames go on',
   await framesGoOn();
 
   await page.keyboard.press('a');
-  await page.waitForFunction(() => document.getElementById('arrange').classList.contains('shown'));
+  await arrangeShown();
   await page.keyboard.press('Escape');
   await page.waitForFunction(() => document.getElementById('arrange').hidden);
   assert.equal(await page.evaluate(() => window.zorvex.vc.mode), 0);
