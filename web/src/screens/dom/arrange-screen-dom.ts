@@ -141,7 +141,9 @@ export class ArrangeScreenDom implements EffectsArrangeView {
   // Slides the screen in over the main screen, which stops taking input meanwhile.
   present(): void {
     this.screen.hidden = false;
+    // The main screen and its blend panel take no input while covered (the panel is shut on return).
     this.main.inert = true;
+    element('blend-picker-holder').inert = true;
     void this.screen.offsetWidth; // the slide starts from outside
     this.screen.classList.add('shown');
     this.toggleAt(this.focusIndex)?.focus({ preventScroll: true });
