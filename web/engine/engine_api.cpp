@@ -92,6 +92,12 @@ bool handOut(const CGImageRef& image) {
   return true;
 }
 
+// Whether the list has a row named `name` at `row`.
+bool rowIs(size_t row, const char* name) {
+  const EffectList& rows = EffectsData::shared().effects;
+  return row < rows.size() && rows[row]->name == name;
+}
+
 const char* handOutText(std::string s) {
   engine().text = std::move(s);
   return engine().text.c_str();
@@ -209,7 +215,32 @@ EMSCRIPTEN_KEEPALIVE int zv_rotate_base_image(double degrees, int32_t mirrored) 
 // The composed final becomes the base, and a preview is rendered; 0 (nothing changed) on failure.
 EMSCRIPTEN_KEEPALIVE int zv_flatten() { return view().flatten() ? 1 : 0; }
 
-EMSCRIPTEN_KEEPALIVE void zv_randomize_effects() { EffectsData::shared().randomizeEffects(); }
+// The edits of the Arrange screen. Each names the row by its place and its name, and is refused (1)
+// when the list has no such row there: the page's table may be older than the list (a new engine
+// loads the stored list, which lacks a move not yet stored). 0 when done.
+EMSCRIPTEN_KEEPALIVE int zv_toggle_effect(uint32_t row, const char* name) {
+  if (!rowIs(row, name)) return 1;
+  EffectsData::shared().toggleEffect(row);
+  return 0;
+}
+// `to` counts in the list without the row, so it is the row's place afterwards. Not stored.
+EMSCRIPTEN_KEEPALIVE int zv_move_effect(uint32_t from, const char* name, uint32_t to) {
+  if (!rowIs(from, name) || to >= EffectsData::shared().effects.size()) return 1;
+  EffectsData::shared().moveEffect(from, to);
+  return 0;
+}
+EMSCRIPTEN_KEEPALIVE int zv_remove_effect(uint32_t row, const char* name) {
+  if (!rowIs(row, name)) return 1;
+  EffectsData::shared().removeEffect(row);
+  return 0;
+}
+EMSCRIPTEN_KEEPALIVE void zv_save_active_as_preset(const char* name) { EffectsData::shared().saveActiveAsPreset(name); }
+// A list of fewer than two rows can't be rolled (1).
+EMSCRIPTEN_KEEPALIVE int zv_randomize_effects() {
+  if (EffectsData::shared().effects.size() < 2) return 1;
+  EffectsData::shared().randomizeEffects();
+  return 0;
+}
 
 // Turns the rows named in `names` (one name a line) on and every other row off, in the list's order,
 // and stores the list. Gives the number of rows turned on.
@@ -231,7 +262,7 @@ EMSCRIPTEN_KEEPALIVE int32_t zv_set_active_effects(const char* names) {
   EffectList front, rest;
   for (const std::string& name : wanted)
     for (const EffectRef& row : data.effects)
-      if (row->name == name && !row->isActive) {
+      if (row->name == name && std::find(front.begin(), front.end(), row) == front.end()) {
         row->isActive = true;
         front.push_back(row);
         ++on;

@@ -34,7 +34,11 @@ declare module '@engine/zorvex_engine.mjs' {
     _zv_set_control_seed(high: number, low: number): void;
     _zv_rotate_base_image(degrees: number, mirrored: number): number;
     _zv_flatten(): number;
-    _zv_randomize_effects(): void;
+    _zv_toggle_effect(row: number, name: number): number;
+    _zv_move_effect(from: number, name: number, to: number): number;
+    _zv_remove_effect(row: number, name: number): number;
+    _zv_save_active_as_preset(name: number): void;
+    _zv_randomize_effects(): number;
     _zv_set_active_effects(names: number): number;
     _zv_effects_json(): number;
     _zv_kernel_names(): number;

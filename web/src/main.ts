@@ -8,10 +8,12 @@ import { BrowserPhotoLibrary } from './platform/photo-library';
 import { decodePicture } from './platform/pictures';
 import { SettingsController } from './platform/settings';
 import { MemoryStorage, type KeyValueStorage } from './platform/storage';
-import { CameraIntefaceVC } from './screens/camera-inteface-vc';
+import { CameraIntefaceVC, noHooks, type MainScreenHooks } from './screens/camera-inteface-vc';
 import { CameraControlsVC, EditControlsVC } from './screens/controls';
-import { MainScreenDom, PictureCanvas } from './screens/dom/main-screen-dom';
+import { ArrangeScreenDom } from './screens/dom/arrange-screen-dom';
+import { MainScreenDom } from './screens/dom/main-screen-dom';
 import { EffectedImageView } from './screens/effected-image-view';
+import { EffectsArrangeVC } from './screens/effects-arrange-vc';
 
 function browserStorage(): KeyValueStorage {
   try {
@@ -57,7 +59,7 @@ async function start(): Promise<void> {
   document.getElementById('starting')?.classList.add('gone');
 
   const dom = new MainScreenDom();
-  const canvas = new PictureCanvas(dom.canvas);
+  const canvas = dom.picture;
   const library = new BrowserPhotoLibrary(
     (title, action) =>
       new Promise((resolve) => {
@@ -71,21 +73,50 @@ async function start(): Promise<void> {
   const video = document.getElementById('camera-video') as HTMLVideoElement;
   const backend = new BrowserCaptureBackend(video);
 
+  // The Arrange screen slides in over the main screen, which lends it the picture and stops its live
+  // frames meanwhile, and slides out again.
+  const arrangeDom = new ArrangeScreenDom(canvas);
+  const fxArrange2 = new EffectsArrangeVC({
+    view: arrangeDom,
+    engine,
+    settings,
+    // The tours are not built yet: the hook does nothing, and the flag is set as if it had run.
+    startWalkthrough: () => hooks.startWalkthrough('arrange'),
+    pop: () => {
+      if (!arrangeDom.isPresented) return;
+      fxArrange2.viewWillDisappear();
+      vc.viewWillAppear();
+      arrangeDom.dismiss(() => vc.viewDidAppear(settings.launchCount()));
+    },
+  });
+  const openArrangeScreen = () => {
+    if (arrangeDom.isShown) return;
+    arrangeDom.present();
+    fxArrange2.sizeChanged(window.innerWidth, window.innerHeight);
+    fxArrange2.viewWillAppear();
+    vc.viewDidDisappear();
+    setTimeout(() => fxArrange2.viewDidAppear(), 300);
+  };
+  const hooks: MainScreenHooks = { ...noHooks, openArrangeScreen };
+
   const vc = new CameraIntefaceVC({
     view: dom,
     imageView,
     settings,
     cameraControlsVC,
     editControlsVC,
+    fxArrange2,
     makeCamera: () => new Camera(backend, defaults, settings, true),
     randomizeEffects: async () => {
-      await engine.request({ type: 'randomizeEffects' });
+      await engine.request({ type: 'editEffects', edit: { op: 'randomize' } });
     },
     randomUniform,
+    hooks,
   });
   engine.onRestarted = () => void imageView.restore();
 
   dom.connect(vc, cameraControlsVC, editControlsVC);
+  arrangeDom.connect(fxArrange2);
   vc.viewDidLoad();
   vc.sizeChanged(window.innerWidth, window.innerHeight);
   vc.viewWillAppear();
@@ -94,19 +125,21 @@ async function start(): Promise<void> {
   // A new size of the window: the new arrangement, then a layout and a display at the new size.
   const relayout = () => {
     vc.sizeChanged(window.innerWidth, window.innerHeight);
+    if (arrangeDom.isShown) fxArrange2.sizeChanged(window.innerWidth, window.innerHeight);
     requestAnimationFrame(() => {
       if (canvas.fit()) void imageView.render(true);
     });
   };
   new ResizeObserver(relayout).observe(dom.canvas);
   window.addEventListener('resize', relayout);
+  // The main screen appears again with the page, unless the Arrange screen covers it.
   document.addEventListener('visibilitychange', () => {
     if (document.hidden) vc.viewDidDisappear();
-    else vc.viewWillAppear();
+    else if (!arrangeDom.isShown) vc.viewWillAppear();
   });
 
   // For the end-to-end tests and the browser benchmark.
-  Object.assign(window, { zorvex: { engine, vc, imageView, canvas, analytics, defaults, settings } });
+  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings } });
 }
 
 start().catch((error: unknown) => {

@@ -114,7 +114,7 @@ describe('engine client', () => {
     expect(next.received.find((m) => m.type === 'setDefault')).toMatchObject({ key: 'kFlashModeKey', value: -1 });
     expect(next.values['____KLaunchCountKey']).toBe(1);
     expect(defaults.integerForKey('kFlashModeKey')).toBe(-1);
-    await client.request({ type: 'randomizeEffects' });
+    await client.request({ type: 'editEffects', edit: { op: 'randomize' } });
   });
 
   it('keeps the latest 1000 analytics events', () => {

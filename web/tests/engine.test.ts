@@ -7,7 +7,7 @@ import { fileURLToPath } from 'node:url';
 import createZorvexEngine from '@engine/zorvex_engine.mjs';
 import { describe, expect, it } from 'vitest';
 
-import type { DefaultsSnapshot, RawPicture, ViewState } from '../src/engine/shared/protocol';
+import type { DefaultsSnapshot, EffectEdit, RawPicture, ViewState } from '../src/engine/shared/protocol';
 import { EngineCore } from '../src/engine/worker/engine-core';
 
 const wasmBinary = readFileSync(fileURLToPath(new URL('../../build-wasm/engine/zorvex_engine.wasm', import.meta.url)));
@@ -59,7 +59,7 @@ describe('engine', () => {
     expect(first.init.launchCount).toBe(1);
     expect(first.init.kernels.length).toBeGreaterThanOrEqual(32);
     await first.core.handle({ type: 'setDefault', key: 'kFlashModeKey', value: -1, seq: 3 });
-    await first.core.handle({ type: 'randomizeEffects' });
+    await first.core.handle({ type: 'editEffects', edit: { op: 'randomize' } });
     const snapshot = first.core.takeDefaultsChange()!;
     expect(snapshot.seq).toBe(3);
     expect(snapshot.values['kFlashModeKey']).toBe(-1);
@@ -132,14 +132,54 @@ describe('engine', () => {
 
   it('puts the named effects on top, on, in the order given', async () => {
     const { core } = await start();
-    const reply = (await core.handle({ type: 'setActiveEffects', names: ['BUNKER', 'VORTRON', 'NO SUCH'] })) as { active: number };
+    // AGENCY is on already, as the list starts.
+    const reply = (await core.handle({ type: 'setActiveEffects', names: ['BUNKER', 'AGENCY', 'NO SUCH'] })) as { active: number };
     expect(reply.active).toBe(2);
     const rows = ((await core.handle({ type: 'effects' })) as { rows: { name: string; isActive: boolean }[] }).rows;
-    expect(rows.slice(0, 3).map((r) => [r.name, r.isActive])).toEqual([
+    expect(rows.slice(0, 4).map((r) => [r.name, r.isActive])).toEqual([
       ['BUNKER', true],
-      ['VORTRON', true],
+      ['AGENCY', true],
       ['GRABOID', false],
+      ['VETH', false],
     ]);
+  });
+
+  it('edits the list as the Arrange screen does, refusing rows that are not where the page thinks', async () => {
+    const { core } = await start();
+    type Edited = { ok: boolean; rows: { name: string; isActive: boolean; preset: boolean }[] };
+    const edit = async (e: EffectEdit) => (await core.handle({ type: 'editEffects', edit: e })) as Edited;
+    await core.handle({ type: 'setActiveEffects', names: ['AGENCY', 'INTERFACE'] });
+    core.takeDefaultsChange();
+    expect((await edit({ op: 'move', from: 0, name: 'AGENCY', to: 3 })).rows.slice(0, 4).map((r) => r.name)).toEqual([
+      'INTERFACE',
+      'GRABOID',
+      'VETH',
+      'AGENCY',
+    ]);
+    expect(core.takeDefaultsChange()).toBeNull(); // a move alone is not stored
+    for (const refused of [
+      { op: 'toggle', row: 0, name: 'AGENCY' },
+      { op: 'move', from: 0, name: 'INTERFACE', to: 34 },
+      { op: 'remove', row: 99, name: 'GRABOID' },
+    ] as EffectEdit[])
+      expect((await edit(refused)).ok).toBe(false);
+
+    const saved = await edit({ op: 'savePreset', name: 'PAIR' });
+    expect(saved.rows.at(-1)).toEqual({ name: 'PAIR', isActive: false, preset: true });
+    expect(core.takeDefaultsChange()).not.toBeNull();
+    await edit({ op: 'toggle', row: 0, name: 'INTERFACE' });
+    await edit({ op: 'toggle', row: 3, name: 'AGENCY' });
+    const on = await edit({ op: 'toggle', row: 34, name: 'PAIR' });
+    expect(on.rows.filter((r) => r.isActive).map((r) => r.name)).toEqual(['PAIR']);
+
+    // The preset opens up into its two members when the stack runs.
+    const kernels = async () => ((await core.handle({ type: 'status' })) as Status).kernelsRun;
+    await core.handle({ type: 'render', state: state(), skipEffects: false, frame: bands(64, 48) });
+    const before = await kernels();
+    await core.handle({ type: 'render', state: state(), skipEffects: false, frame: bands(64, 48) });
+    expect((await kernels()) - before).toBe(2);
+
+    expect((await edit({ op: 'remove', row: 34, name: 'PAIR' })).rows.map((r) => r.name)).not.toContain('PAIR');
   });
 
   it('reaches the page as a runtime error when the core stops on a fatal error', async () => {

@@ -10,9 +10,10 @@ import { setAnalyticsSink } from '../src/platform/analytics';
 import { PageDefaults } from '../src/platform/defaults';
 import { SettingsController } from '../src/platform/settings';
 import { MemoryStorage } from '../src/platform/storage';
-import { CameraIntefaceVC, Mode, opacityPercent, type Alert, type MainScreenView } from '../src/screens/camera-inteface-vc';
+import { CameraIntefaceVC, Mode, noHooks, opacityPercent, type Alert, type MainScreenView } from '../src/screens/camera-inteface-vc';
 import { CameraControlsVC, EditControlsVC, type CameraControlsView } from '../src/screens/controls';
 import { EffectedImageView, type PhotoLibrary } from '../src/screens/effected-image-view';
+import type { EffectsArrangeVC } from '../src/screens/effects-arrange-vc';
 
 const picture = (width = 8, height = 6): RawPicture => ({ width, height, data: new ArrayBuffer(width * height * 4) });
 
@@ -72,6 +73,7 @@ class FakeView implements MainScreenView, CameraControlsView {
   axis = '';
   flashImage = '';
   noDevicesHidden = true;
+  reclaimed = 0;
   setBusy(b: boolean) { this.busy = b; }
   setInfoText(t: string) { this.info = t; }
   setInfoAlpha(a: number) { this.infoAlpha = a; }
@@ -86,6 +88,7 @@ class FakeView implements MainScreenView, CameraControlsView {
   presentImagePicker() { this.pickerOpen = true; }
   dismissImagePicker() { this.pickerOpen = false; }
   showAlert(a: Alert) { this.alerts.push(a); }
+  reclaimPicture() { this.reclaimed += 1; }
   setFlipEnabled() {}
   setFlashEnabled() {}
   setFlashImage(i: string) { this.flashImage = i; }
@@ -409,6 +412,38 @@ describe('tools', () => {
     vc.savePressed();
     await settle();
     expect(view.info).toBe('RENDERING');
+  });
+});
+
+describe('the Arrange screen', () => {
+  it('opens through its hook, and gets the picture back with a new layout, then a run of the stack', async () => {
+    const opened = vi.fn();
+    const arrange = { viewDidLoad: vi.fn(), delegate: null, effectedImageView: null };
+    const main = new CameraIntefaceVC({
+      view,
+      imageView,
+      settings: new SettingsController(new PageDefaults(new MemoryStorage())),
+      cameraControlsVC: null,
+      editControlsVC: null,
+      fxArrange2: arrange as unknown as EffectsArrangeVC,
+      makeCamera: () => camera as unknown as Camera,
+      randomizeEffects,
+      randomUniform: () => 0,
+      hooks: { ...noHooks, openArrangeScreen: opened },
+    });
+    main.viewDidLoad();
+    expect(arrange).toMatchObject({ delegate: main, effectedImageView: imageView });
+    expect(arrange.viewDidLoad).toHaveBeenCalledTimes(1);
+    main.showEffectsArrage();
+    expect(events).toContain('button_effectsArrange');
+    expect(opened).toHaveBeenCalledTimes(1);
+    await settle();
+    const renders = engine.of('render').length;
+    main.arrangeWillClose();
+    main.arrangeDidChange();
+    await settle();
+    expect(view.reclaimed).toBe(1);
+    expect(engine.of('render').slice(renders).map((r) => r.skipEffects)).toEqual([true, false]);
   });
 });
 

@@ -15,6 +15,7 @@ import {
   type EditControlsVC,
 } from './controls';
 import type { EffectedImageView, EffectedImageViewDelegate } from './effected-image-view';
+import type { EffectsArrangeDelegate, EffectsArrangeVC } from './effects-arrange-vc';
 
 export enum Mode {
   photo = 0,
@@ -48,12 +49,16 @@ export interface MainScreenView {
   presentImagePicker(): void;
   dismissImagePicker(): void;
   showAlert(alert: Alert): void;
+  // Puts the picture back at the top of this screen, from the Arrange screen that had it.
+  reclaimPicture(): void;
 }
 
-// What later screens will hang here: the guided tours, the server message, the Arrange screen and the
-// menu. Each does nothing until its screen exists.
+export type Tour = 'intro' | 'edit' | 'arrange';
+
+// What other screens hang here: the guided tours, the server message, the way to the Arrange screen
+// and the menu. Each does nothing until its screen exists.
 export interface MainScreenHooks {
-  startWalkthrough(tour: 'intro' | 'edit'): void;
+  startWalkthrough(tour: Tour): void;
   loadServerMessage(): void;
   openArrangeScreen(): void;
   openMenu(): void;
@@ -72,6 +77,8 @@ export interface MainScreenParts {
   settings: SettingsController;
   cameraControlsVC: CameraControlsVC | null;
   editControlsVC: EditControlsVC | null;
+  // The Arrange screen, made once; the hook openArrangeScreen shows it.
+  fxArrange2?: EffectsArrangeVC | null;
   // Makes the camera; its constructor makes the first set-up attempt.
   makeCamera: () => Camera;
   // Shuffles the stored effect list (two rows on), as EffectsData.randomizeEffects does.
@@ -88,7 +95,7 @@ export const kBackToCameraDelaySeconds = 0.2;
 export const kBottomSize = 375;
 
 export class CameraIntefaceVC
-  implements CameraDelegate, CameraControlsDelegate, EditControlsDelegate, EffectedImageViewDelegate
+  implements CameraDelegate, CameraControlsDelegate, EditControlsDelegate, EffectedImageViewDelegate, EffectsArrangeDelegate
 {
   readonly view: MainScreenView;
   readonly effectedImageView: EffectedImageView;
@@ -98,6 +105,7 @@ export class CameraIntefaceVC
   lastFrameQuality = 0;
   cameraControlsVC: CameraControlsVC | null;
   editControlsVC: EditControlsVC | null;
+  fxArrange2: EffectsArrangeVC | null;
 
   private busyValue = false;
   private blendModeTextValue = 'Blend:\nNormal';
@@ -110,6 +118,7 @@ export class CameraIntefaceVC
     this.effectedImageView = parts.imageView;
     this.cameraControlsVC = parts.cameraControlsVC;
     this.editControlsVC = parts.editControlsVC;
+    this.fxArrange2 = parts.fxArrange2 ?? null;
     this.hooks = parts.hooks ?? noHooks;
     this.log = parts.log ?? ((line) => console.log(line));
   }
@@ -135,6 +144,11 @@ export class CameraIntefaceVC
 
   // The effect list is loaded and the launch counted by the engine's start, before this.
   viewDidLoad(): void {
+    if (this.fxArrange2) {
+      this.fxArrange2.delegate = this;
+      this.fxArrange2.effectedImageView = this.effectedImageView;
+      this.fxArrange2.viewDidLoad();
+    }
     this.effectedImageView.delegate = this;
     void this.effectedImageView.randomizeControls();
     this.setupControllers();
@@ -367,6 +381,21 @@ export class CameraIntefaceVC
   showEffectsArrage(): void {
     AnalyticsHelper.logButton('effectsArrange');
     this.hooks.openArrangeScreen();
+  }
+
+  // ----- The Arrange screen -----
+
+  arrangeDidChange(): void {
+    void this.effectedImageView.render(false);
+  }
+
+  arrangeWillClose(): void {
+    this.reclaimImageView();
+  }
+
+  reclaimImageView(): void {
+    this.view.reclaimPicture();
+    void this.effectedImageView.render(true);
   }
 
   showMenu(): void {

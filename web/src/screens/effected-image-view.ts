@@ -176,6 +176,17 @@ export class EffectedImageView {
     }
   }
 
+  // Width over height of the base, 1.0 without one.
+  async originalAspect(): Promise<number> {
+    try {
+      const { originalWidth: w, originalHeight: h } = await this.engine.request({ type: 'status' });
+      return w > 0 && h > 0 ? w / h : 1.0;
+    } catch (error) {
+      this.failed(error);
+      return 1.0;
+    }
+  }
+
   // The base turned (and mirrored); false without a base.
   async rotateBaseImage(degrees: number, mirrored: boolean): Promise<boolean> {
     if (!this.hasOriginal) return false;

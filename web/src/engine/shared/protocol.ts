@@ -34,7 +34,7 @@ export type EngineRequest =
   | { type: 'display'; state: ViewState }
   | { type: 'randomizeControls'; state: ViewState }
   | { type: 'setControlSeed'; seed: string }
-  | { type: 'randomizeEffects' }
+  | { type: 'editEffects'; edit: EffectEdit }
   | { type: 'setActiveEffects'; names: string[] }
   | { type: 'effects' }
   // How many kernels have run since the engine started, and the base's size.
@@ -45,6 +45,16 @@ export type EngineRequest =
   | { type: 'crash' };
 
 export type EngineRequestType = EngineRequest['type'];
+
+// A change of the effect list. A row is named by its place and its name; an edit whose row is not
+// there (the page's copy of the list is older than the engine's) is refused, and the reply carries the
+// list as it stands either way. `to` is the row's place after the move. Only the move is not stored.
+export type EffectEdit =
+  | { op: 'toggle'; row: number; name: string }
+  | { op: 'move'; from: number; name: string; to: number }
+  | { op: 'remove'; row: number; name: string }
+  | { op: 'savePreset'; name: string }
+  | { op: 'randomize' };
 
 export interface EffectRow {
   name: string;
@@ -60,7 +70,7 @@ export interface Replies {
   display: { picture: RawPicture | null };
   randomizeControls: { picture: RawPicture | null; seed: string };
   setControlSeed: Record<string, never>;
-  randomizeEffects: Record<string, never>;
+  editEffects: { ok: boolean; rows: EffectRow[] };
   setActiveEffects: { active: number };
   effects: { rows: EffectRow[] };
   status: { kernelsRun: number; originalWidth: number; originalHeight: number };

@@ -2,7 +2,15 @@
 // plumbing so that tests can run it on the module under node.
 import type { ZorvexEngineModule } from '@engine/zorvex_engine.mjs';
 
-import type { DefaultsSnapshot, EngineRequest, RawPicture, Replies, ViewState } from '../shared/protocol';
+import type {
+  DefaultsSnapshot,
+  EffectEdit,
+  EffectRow,
+  EngineRequest,
+  RawPicture,
+  Replies,
+  ViewState,
+} from '../shared/protocol';
 
 export interface EngineCoreHooks {
   // Encodes the final picture as a file, where the environment can (OffscreenCanvas).
@@ -98,15 +106,14 @@ export class EngineCore {
         m._zv_set_control_seed(Number(seed >> 32n), Number(seed & 0xffffffffn));
         return {};
       }
-      case 'randomizeEffects':
-        m._zv_randomize_effects();
-        return {};
+      case 'editEffects':
+        return { ok: this.edit(request.edit) === 0, rows: this.rows() };
       case 'setActiveEffects': {
         const active = this.withString(request.names.join('\n'), (ptr) => m._zv_set_active_effects(ptr));
         return { active };
       }
       case 'effects':
-        return { rows: JSON.parse(m.UTF8ToString(m._zv_effects_json())) };
+        return { rows: this.rows() };
       case 'status':
         return {
           kernelsRun: m._zv_kernels_run() >>> 0,
@@ -132,6 +139,28 @@ export class EngineCore {
       case 'crash':
         m._zv_fatal();
         return {};
+    }
+  }
+
+  private rows(): EffectRow[] {
+    return JSON.parse(this.module.UTF8ToString(this.module._zv_effects_json())) as EffectRow[];
+  }
+
+  // 0 when done, 1 when refused.
+  private edit(edit: EffectEdit): number {
+    const m = this.module;
+    switch (edit.op) {
+      case 'toggle':
+        return this.withString(edit.name, (name) => m._zv_toggle_effect(edit.row, name));
+      case 'move':
+        return this.withString(edit.name, (name) => m._zv_move_effect(edit.from, name, edit.to));
+      case 'remove':
+        return this.withString(edit.name, (name) => m._zv_remove_effect(edit.row, name));
+      case 'savePreset':
+        this.withString(edit.name, (name) => m._zv_save_active_as_preset(name));
+        return 0;
+      case 'randomize':
+        return m._zv_randomize_effects();
     }
   }
 

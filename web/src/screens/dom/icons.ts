@@ -20,6 +20,8 @@ export const icons = {
   sliders: svg('<path d="M4 7h10M18 7h2M4 17h4M12 17h8"/><circle cx="16" cy="7" r="2"/><circle cx="10" cy="17" r="2"/>'),
   blend: svg('<circle cx="9" cy="12" r="6"/><circle cx="15" cy="12" r="6"/>'),
   stack: svg('<rect x="4" y="4" width="16" height="4" rx="1"/><rect x="4" y="10" width="16" height="4" rx="1"/><rect x="4" y="16" width="16" height="4" rx="1"/>'),
+  minus: svg('<circle cx="12" cy="12" r="9" fill="#e5243b" stroke="none"/><path d="M7.5 12h9" stroke="#fff" stroke-width="2.4"/>'),
+  grip: svg('<path d="M5 8h14M5 12h14M5 16h14"/>'),
 } as const;
 
 // The flash button's pictures, by the names the camera controls use.

@@ -73,6 +73,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private readonly flashButton = element<HTMLButtonElement>('flash');
   private readonly noDevices = element<HTMLElement>('no-devices');
   readonly canvas = element<HTMLCanvasElement>('picture');
+  readonly picture = new PictureCanvas(this.canvas);
   private alertAction: (() => void) | null = null;
   private blendRows: HTMLButtonElement[] = [];
   private selectedRow = 0;
@@ -153,6 +154,10 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   }
   dismissImagePicker(): void {
     this.picker.value = '';
+  }
+  reclaimPicture(): void {
+    element('top').prepend(this.canvas);
+    this.picture.fit();
   }
   showAlert(alert: Alert): void {
     element('alert-title').textContent = alert.title;
@@ -238,7 +243,8 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   }
 
   private key(event: KeyboardEvent, vc: CameraIntefaceVC): void {
-    if (event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
+    // Covered by another screen, this one takes no keys.
+    if (event.ctrlKey || event.metaKey || event.altKey || event.repeat || this.main.inert) return;
     if (this.alertShown) {
       if (event.key === 'Escape') this.closeAlert(false);
       return;
@@ -264,6 +270,10 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
       case 'p':
       case 'P':
         vc.rollParams();
+        break;
+      case 'a':
+      case 'A':
+        vc.showEffectsArrage();
         break;
       case 'b':
       case 'B':
