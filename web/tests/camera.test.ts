@@ -1,5 +1,6 @@
 // The capture session's logic against a fake backend: the set-up order and its retries, the events,
-// the flash cycle and its stored key, the frame gate, photos and the lens switch.
+// the flash cycle and its stored key, the frame gate, photos and the lens switch; then the browser's
+// choice of lenses and frame sizes.
 import { afterEach, beforeEach, describe, expect, it, vi } from 'vitest';
 
 import { assignLenses, facingOf, frameSize, type CameraInfo } from '../src/capture/browser-capture';
@@ -9,8 +10,8 @@ import {
   type CaptureBackend,
   type CaptureDevice,
   type CaptureFlashMode,
-  type CaptureInput,
   type CaptureSession,
+  type LensPosition,
 } from '../src/capture/camera';
 import type { RawPicture } from '../src/engine/shared/protocol';
 import { setAnalyticsSink } from '../src/platform/analytics';
@@ -22,26 +23,18 @@ const device = (id: string, flash = false): CaptureDevice => ({ id, label: id, h
 
 class FakeSession implements CaptureSession {
   isRunning = false;
-  inputs: CaptureInput[] = [];
   onFrame: ((grab: () => RawPicture | null) => void) | null = null;
   photoFlash: CaptureFlashMode | null | undefined;
-  refuse = new Set<string>();
-  constructor(readonly quality: FrameQuality) {}
-  async addInput(input: CaptureInput) {
-    if (this.refuse.has(input.device.id)) return false;
-    this.inputs.push(input);
-    return true;
-  }
-  removeInput(input: CaptureInput) { this.inputs = this.inputs.filter((i) => i !== input); }
-  setVideoOutput(onFrame: (grab: () => RawPicture | null) => void) {
-    this.onFrame = onFrame;
-  }
+  photo = Promise.resolve(new Blob([new Uint8Array(10)]));
+  constructor(readonly quality: FrameQuality, readonly refuse: string[]) {}
+  async addInput(input: { device: CaptureDevice }) { return !this.refuse.includes(input.device.id); }
+  removeInput() {}
+  setVideoOutput(onFrame: (grab: () => RawPicture | null) => void) { this.onFrame = onFrame; }
   activeFormatDimensions() { return { width: 1920, height: 1080 }; }
   async setPreset() {}
   addPhotoOutput() { return true; }
-  async startRunning() { this.isRunning = true; }
-  stopRunning() { this.isRunning = false; }
-  photo: Promise<Blob> = Promise.resolve(new Blob([new Uint8Array(10)]));
+  async startRunning() {}
+  stopRunning() {}
   capturePhoto(flash: CaptureFlashMode | null) {
     this.photoFlash = flash;
     return this.photo;
@@ -49,19 +42,13 @@ class FakeSession implements CaptureSession {
 }
 
 class FakeBackend implements CaptureBackend {
-  back: CaptureDevice | null = device('back', true);
-  front: CaptureDevice | null = device('front');
+  lenses: Record<LensPosition, CaptureDevice | null> = { back: device('back', true), front: device('front') };
   sessions: FakeSession[] = [];
   inputError: string | null = null;
   refuse: string[] = [];
-  newSession(quality: FrameQuality) {
-    const s = new FakeSession(quality);
-    this.refuse.forEach((r) => s.refuse.add(r));
-    this.sessions.push(s);
-    return s;
-  }
-  async defaultDevice(position: 'back' | 'front') { return position === 'back' ? this.back : this.front; }
-  makeInput(d: CaptureDevice): CaptureInput {
+  newSession(quality: FrameQuality) { this.sessions.push(new FakeSession(quality, this.refuse)); return this.sessions.at(-1)!; }
+  async defaultDevice(position: LensPosition) { return this.lenses[position]; }
+  makeInput(d: CaptureDevice) {
     if (this.inputError) throw new Error(this.inputError);
     return { device: d };
   }
@@ -69,7 +56,6 @@ class FakeBackend implements CaptureBackend {
 
 let events: { name: string; parameters: Record<string, string> | null }[];
 let defaults: PageDefaults;
-let settings: SettingsController;
 let lines: string[];
 
 beforeEach(() => {
@@ -77,7 +63,6 @@ beforeEach(() => {
   events = [];
   setAnalyticsSink({ logEvent: (name, parameters) => events.push({ name, parameters }) });
   defaults = new PageDefaults(new MemoryStorage());
-  settings = new SettingsController(defaults);
   lines = [];
 });
 
@@ -86,154 +71,122 @@ afterEach(() => {
   setAnalyticsSink(null);
 });
 
-function makeCamera(backend: FakeBackend) {
-  const camera = new Camera(backend, defaults, settings, true, (line) => lines.push(line));
+// A camera on a fake backend, its gate shut until its set-up opens it; its first attempt is under way.
+function make(backend = new FakeBackend()) {
+  const camera = new Camera(backend, defaults, new SettingsController(defaults), false, (line) => lines.push(line));
   const delegate = { cameraDidTakePhoto: vi.fn(), cameraDidOutputFrame: vi.fn(), cameraFoundNoDevices: vi.fn() };
   const ui = { cameraCapabilitiesChanged: vi.fn(), cameraFlashModeChanged: vi.fn() };
-  camera.delegate = delegate;
-  camera.uiDelegate = ui;
-  return { camera, delegate, ui };
+  Object.assign(camera, { delegate, uiDelegate: ui });
+  return { camera, backend, delegate, ui };
 }
 
-async function setUp(backend: FakeBackend) {
-  const made = makeCamera(backend);
+// Made and started at once, as the main screen does, and left to settle.
+async function started(change: Partial<FakeBackend> = {}) {
+  const made = make(Object.assign(new FakeBackend(), change));
+  made.camera.start();
   await vi.runAllTimersAsync();
-  await made.camera.setupDone;
-  return made;
+  return { ...made, session: made.backend.sessions[0]! };
 }
 
 describe('set-up', () => {
-  it('takes one attempt with both lenses and starts on the back lens', async () => {
-    const backend = new FakeBackend();
-    const { camera, delegate } = await setUp(backend);
+  it('takes one attempt with both lenses, starts on the back lens and opens the gate; a start makes it a camera', async () => {
+    const { camera, backend, delegate } = make();
+    await vi.runAllTimersAsync();
     expect(backend.sessions).toHaveLength(1);
-    expect(camera.inputAttemptCount).toBe(0);
     expect(camera.currentDevice?.id).toBe('back');
     expect(camera.useFrameProcessingCallbacks).toBe(true);
     expect(camera.resolution).toEqual({ width: 1920, height: 1080 });
     expect(delegate.cameraFoundNoDevices).not.toHaveBeenCalled();
-    expect(camera.hasCamera).toBe(false); // until start
+    expect(camera.hasCamera).toBe(false);
     camera.start();
     await vi.runAllTimersAsync();
     expect(camera.hasCamera).toBe(true);
   });
 
-  it('tries 21 times 0.1 s apart without a back lens, then gives up once', async () => {
-    const backend = new FakeBackend();
-    backend.back = null;
-    const { camera, delegate } = makeCamera(backend);
+  it('tries 21 times 0.1 s apart without a back lens, then gives up once and does nothing', async () => {
+    const { camera, backend, delegate } = make(Object.assign(new FakeBackend(), { lenses: { back: null, front: device('front') } }));
     await vi.advanceTimersByTimeAsync(1000);
-    expect(backend.sessions.length).toBe(11);
+    expect(backend.sessions).toHaveLength(11);
     await vi.runAllTimersAsync();
     expect(backend.sessions).toHaveLength(21);
-    expect(camera.inputAttemptCount).toBe(20);
     expect(delegate.cameraFoundNoDevices).toHaveBeenCalledTimes(1);
     expect(events).toEqual([{ name: 'event_NO DEVICES FOUND MAX RETRES HIT', parameters: null }]);
     expect(camera.hasCamera).toBe(false);
     camera.takePhoto();
     camera.cycleFlash();
     camera.flipCamera();
-    expect(camera.flashMode).toBe(0);
+    expect([camera.flashMode, camera.useFrameProcessingCallbacks]).toEqual([0, false]);
   });
 
-  it('with the front lens missing also gives up, and a start still says there is a camera', async () => {
-    const backend = new FakeBackend();
-    backend.front = null;
-    const { camera, delegate } = makeCamera(backend);
-    camera.start();
-    await vi.runAllTimersAsync();
+  it('gives up as well without a front lens, and a start still says there is a camera', async () => {
+    const { camera, backend, delegate } = await started({ lenses: { back: device('back'), front: null } });
     expect(backend.sessions).toHaveLength(21);
     expect(delegate.cameraFoundNoDevices).toHaveBeenCalledTimes(1);
     expect(camera.hasCamera).toBe(true);
   });
 
-  it('logs the inputs it cannot make or add', async () => {
-    const backend = new FakeBackend();
-    backend.inputError = 'The camera is busy';
-    await setUp(backend);
+  it('logs the inputs it cannot make or add, at each attempt', async () => {
+    await started({ inputError: 'The camera is busy' });
     expect(events[0]).toEqual({ name: 'event_CANNOT CREATE INPUTS', parameters: { ERROR: 'The camera is busy' } });
     expect(lines[0]).toBe('The camera is busy');
     expect(events.filter((e) => e.name === 'event_CANNOT CREATE INPUTS')).toHaveLength(21);
 
     events = [];
-    const refused = new FakeBackend();
-    refused.refuse = ['back', 'front'];
-    await setUp(refused);
+    await started({ refuse: ['back', 'front'] });
     expect(events.filter((e) => e.name === 'event_CANNOT ADD INPUTS')).toHaveLength(21);
     expect(events.at(-1)?.name).toBe('event_NO DEVICES FOUND MAX RETRES HIT');
   });
 
   it('falls back to the front lens when the session refuses the back one, and halves for low quality', async () => {
     defaults.setInteger(1, '__FrameSettingKey__');
-    const backend = new FakeBackend();
-    backend.refuse = ['back'];
-    const { camera } = await setUp(backend);
+    const { camera, session } = await started({ refuse: ['back'] });
     expect(camera.currentDevice?.id).toBe('front');
     expect(camera.resolution).toEqual({ width: 960, height: 540 });
-    expect(backend.sessions[0]?.quality).toBe(FrameQuality.low);
+    expect(session.quality).toBe(FrameQuality.low);
   });
 });
 
-describe('flash', () => {
-  it('cycles off, auto, on under its stored key and publishes each mode', async () => {
-    const { camera, ui } = await setUp(new FakeBackend());
-    camera.start();
-    await vi.runAllTimersAsync();
-    const seen: number[] = [];
-    for (let i = 0; i < 3; ++i) {
-      camera.cycleFlash();
-      seen.push(defaults.integerForKey('kFlashModeKey'));
-    }
-    expect(seen).toEqual([1, -1, 0]);
+describe('flash, frames, photos and lenses', () => {
+  it('cycles the flash off, auto, on under its stored key and publishes each mode', async () => {
+    const { camera, ui } = await started();
+    const stored = [1, 2, 3].map(() => (camera.cycleFlash(), defaults.integerForKey('kFlashModeKey')));
+    expect(stored).toEqual([1, -1, 0]);
     expect(ui.cameraFlashModeChanged.mock.calls.map((c) => c[0]).slice(-3)).toEqual([1, -1, 0]);
   });
 
-  it('takes a stored value of 5 as it stands, captures with it as off, and cycles it to -1', async () => {
+  it('takes a stored flash mode of 5 as it stands, captures with it as off, and cycles it to -1', async () => {
     defaults.setInteger(5, 'kFlashModeKey');
-    const backend = new FakeBackend();
-    const { camera } = await setUp(backend);
-    camera.start();
-    await vi.runAllTimersAsync();
+    const { camera, session } = await started();
     expect(camera.flashMode).toBe(5);
     camera.takePhoto();
-    expect(backend.sessions[0]?.photoFlash).toBe(0);
+    expect(session.photoFlash).toBe(0);
     camera.cycleFlash();
     expect(camera.flashMode).toBe(-1);
-    expect([captureFlashMode(-1), captureFlashMode(0), captureFlashMode(1)]).toEqual([0, 2, 1]);
+    expect([-1, 0, 1].map(captureFlashMode)).toEqual([0, 2, 1]);
   });
-});
-
-describe('frames and photos', () => {
-  const frame: RawPicture = { width: 2, height: 2, data: new ArrayBuffer(16) };
 
   it('ignores a frame whole while the gate is shut', async () => {
-    const backend = new FakeBackend();
-    const { camera, delegate } = await setUp(backend);
-    const session = backend.sessions[0]!;
+    const { camera, delegate, session } = await started();
+    const frame: RawPicture = { width: 2, height: 2, data: new ArrayBuffer(16) };
     const grab = vi.fn(() => frame);
     camera.useFrameProcessingCallbacks = false;
     session.onFrame?.(grab);
     expect(grab).not.toHaveBeenCalled();
-    expect(camera.time).toBe(0);
     camera.useFrameProcessingCallbacks = true;
     session.onFrame?.(grab);
     expect(delegate.cameraDidOutputFrame).toHaveBeenCalledWith(frame);
     session.onFrame?.(() => null);
     expect(lines).toEqual(['error creating image']);
-    expect(camera.time).toBe(2);
   });
 
   it('hands a photo to the delegate, and only prints a failed one', async () => {
-    const backend = new FakeBackend();
-    const { camera, delegate } = await setUp(backend);
-    camera.start();
-    await vi.runAllTimersAsync();
+    const { camera, delegate, session } = await started();
     camera.takePhoto();
     await vi.runAllTimersAsync();
     expect(delegate.cameraDidTakePhoto).toHaveBeenCalledTimes(1);
-    expect(backend.sessions[0]?.photoFlash).toBe(2); // the back lens has a flash; the mode is auto
+    expect(session.photoFlash).toBe(2); // the back lens has a flash; the mode is auto
 
-    backend.sessions[0]!.photo = Promise.reject(new Error('no light'));
+    session.photo = Promise.reject(new Error('no light'));
     camera.takePhoto();
     await vi.runAllTimersAsync();
     expect(lines).toContain('Photo error : no light');
@@ -241,22 +194,18 @@ describe('frames and photos', () => {
   });
 
   it('switches lenses with the gate shut in between and publishes the new capabilities', async () => {
-    const backend = new FakeBackend();
-    const { camera, ui } = await setUp(backend);
-    camera.start();
-    await vi.runAllTimersAsync();
+    const { camera, ui } = await started();
     const switching = camera.switchCamera();
     expect(camera.useFrameProcessingCallbacks).toBe(false);
     await switching;
-    expect(camera.currentDevice?.id).toBe('front');
-    expect(camera.useFrameProcessingCallbacks).toBe(true);
+    expect([camera.currentDevice?.id, camera.useFrameProcessingCallbacks]).toEqual(['front', true]);
     expect(ui.cameraCapabilitiesChanged).toHaveBeenLastCalledWith(true, false);
     await camera.switchCamera();
     expect(camera.currentDevice?.id).toBe('back');
   });
 });
 
-describe('lenses in the browser', () => {
+describe('lenses and frame sizes in the browser', () => {
   const cam = (deviceId: string, facing: CameraInfo['facing']): CameraInfo => ({ deviceId, label: deviceId, facing });
 
   it('takes facing cameras first, then unknown ones in order, and one camera as both', () => {

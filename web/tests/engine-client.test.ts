@@ -1,6 +1,6 @@
 // The page's bridge to the engine: defaults kept in storage and handed to every new Worker, writes
 // made while a Worker dies given again, requests under way failed, and analytics kept to 1000.
-import { describe, expect, it } from 'vitest';
+import { describe, expect, it, vi } from 'vitest';
 
 import { EngineClient, EngineRestarted, type WorkerLike } from '../src/engine/client/engine-client';
 import type { PageMessage, WorkerMessage } from '../src/engine/shared/protocol';
@@ -20,8 +20,7 @@ class FakeWorker implements WorkerLike {
 
   postMessage(message: PageMessage): void {
     this.received.push(message);
-    if (this.silent) return;
-    queueMicrotask(() => this.answer(message));
+    if (!this.silent) queueMicrotask(() => this.answer(message));
   }
   terminate(): void {
     this.terminated = true;
@@ -53,18 +52,8 @@ const flush = () => new Promise((r) => setTimeout(r, 0));
 function setUp(storage = new MemoryStorage()) {
   const workers: FakeWorker[] = [];
   const defaults = new PageDefaults(storage);
-  const analytics = new StoredAnalytics(storage);
-  const client = new EngineClient(
-    () => {
-      const w = new FakeWorker();
-      workers.push(w);
-      return w;
-    },
-    defaults,
-    analytics,
-    2,
-  );
-  return { client, workers, defaults, storage, analytics };
+  const newWorker = () => (workers.push(new FakeWorker()), workers.at(-1)!);
+  return { client: new EngineClient(newWorker, defaults, new StoredAnalytics(storage), 2), workers, defaults };
 }
 
 describe('engine client', () => {
@@ -75,7 +64,6 @@ describe('engine client', () => {
     first.defaults.setInteger(1, 'kFlashModeKey');
     expect(first.defaults.integerForKey('kFlashModeKey')).toBe(1); // at once, before the engine answers
     await flush();
-    expect(storage.getItem(kDefaultsStorageKey)).not.toBeNull();
 
     const second = setUp(storage);
     expect((await second.client.start()).launchCount).toBe(2);
@@ -95,8 +83,7 @@ describe('engine client', () => {
   it('replaces a Worker that dies, fails what was under way, and hands over the defaults and unsaved writes', async () => {
     const { client, workers, defaults } = setUp();
     await client.start();
-    let restarted = 0;
-    client.onRestarted = () => void (restarted += 1);
+    client.onRestarted = vi.fn();
     workers[0]!.silent = true;
     const underWay = client.request({ type: 'effects' });
     await flush();
@@ -107,24 +94,21 @@ describe('engine client', () => {
     await flush();
     await flush();
     expect(client.restarts).toBe(1);
-    expect(restarted).toBe(1);
+    expect(client.onRestarted).toHaveBeenCalledTimes(1);
     const next = workers[1]!;
-    const init = next.received[0]!;
-    expect(init).toMatchObject({ type: 'init', countLaunch: false });
+    expect(next.received[0]).toMatchObject({ type: 'init', countLaunch: false });
     expect(next.received.find((m) => m.type === 'setDefault')).toMatchObject({ key: 'kFlashModeKey', value: -1 });
     expect(next.values['____KLaunchCountKey']).toBe(1);
     expect(defaults.integerForKey('kFlashModeKey')).toBe(-1);
-    await client.request({ type: 'editEffects', edit: { op: 'randomize' } });
+    await client.request({ type: 'editEffects', edit: { op: 'randomize' } }); // the new Worker answers
   });
 
-  it('keeps the latest 1000 analytics events', () => {
+  it('keeps the latest 1000 analytics events, and starts them again over a broken store', () => {
     const storage = new MemoryStorage();
     const analytics = new StoredAnalytics(storage, () => new Date(0));
     for (let i = 0; i < 1005; ++i) analytics.logEvent(`button_${i}`, null);
     const events = analytics.events();
-    expect(events).toHaveLength(1000);
-    expect(events[0]?.name).toBe('button_5');
-    expect(events.at(-1)?.name).toBe('button_1004');
+    expect([events.length, events[0]?.name, events.at(-1)?.name]).toEqual([1000, 'button_5', 'button_1004']);
     storage.setItem(kAnalyticsStorageKey, '{broken');
     analytics.logEvent('event_x', { ERROR: 'e' });
     expect(analytics.events()).toEqual([{ time: new Date(0).toISOString(), name: 'event_x', parameters: { ERROR: 'e' } }]);
@@ -133,8 +117,9 @@ describe('engine client', () => {
   it('keeps stored defaults that are not base64 aside instead of losing them', () => {
     const storage = new MemoryStorage();
     storage.setItem(kDefaultsStorageKey, '%%%');
-    const defaults = new PageDefaults(storage);
-    expect(defaults.storedBytes()).toBeNull();
+    const kept = vi.spyOn(storage, 'setItem');
+    expect(new PageDefaults(storage).storedBytes()).toBeNull();
+    expect(kept).toHaveBeenCalledWith(expect.stringMatching(/^zorvex\.defaults\.unreadable-/), '%%%');
     expect(storage.getItem(kDefaultsStorageKey)).toBe('');
   });
 });

@@ -1,156 +1,66 @@
-// The main screen's logic against fake views and a fake engine: modes, the frame gate, both randomise
-// actions, the blend picker with its "Random" row, the tools by their tags, the info messages and
-// busy.
+// The main screen's logic against a recording view, a fake camera and a fake engine: modes, the frame
+// gate, both randomise actions, the blend picker with its "Random" row, the tools by their tags, the
+// info messages and busy.
 import { afterEach, beforeEach, describe, expect, it, vi } from 'vitest';
 
 import type { Camera } from '../src/capture/camera';
-import type { EngineClient } from '../src/engine/client/engine-client';
-import type { EngineRequest, RawPicture } from '../src/engine/shared/protocol';
 import { setAnalyticsSink } from '../src/platform/analytics';
 import { PageDefaults } from '../src/platform/defaults';
 import { SettingsController } from '../src/platform/settings';
 import { MemoryStorage } from '../src/platform/storage';
-import { CameraIntefaceVC, Mode, noHooks, opacityPercent, type Alert, type MainScreenView } from '../src/screens/camera-inteface-vc';
+import { CameraIntefaceVC, Mode, noHooks, type Alert, type MainScreenView } from '../src/screens/camera-inteface-vc';
 import { CameraControlsVC, EditControlsVC, type CameraControlsView } from '../src/screens/controls';
-import { EffectedImageView, type PhotoLibrary } from '../src/screens/effected-image-view';
+import type { EffectedImageView, PhotoLibrary } from '../src/screens/effected-image-view';
 import type { EffectsArrangeVC } from '../src/screens/effects-arrange-vc';
-
-const picture = (width = 8, height = 6): RawPicture => ({ width, height, data: new ArrayBuffer(width * height * 4) });
-
-// Answers each request as the engine would; a request can be held to see what happens meanwhile.
-class FakeEngine {
-  requests: EngineRequest[] = [];
-  held: (() => void)[] = [];
-  hold = false;
-  original: { width: number; height: number } | null = null;
-  request(r: EngineRequest): Promise<unknown> {
-    this.requests.push(r);
-    const answer = (): unknown => {
-      switch (r.type) {
-        case 'setOriginal':
-          this.original = r.picture ? { width: r.picture.width, height: r.picture.height } : null;
-          return { ok: r.picture !== null, width: 0, height: 0 };
-        case 'render':
-        case 'display':
-          return { picture: picture() };
-        case 'randomizeControls':
-          return { picture: picture(), seed: '42' };
-        case 'rotate':
-          return { ok: this.original !== null };
-        case 'flatten':
-          return { ok: true, picture: picture() };
-        case 'renderFinal':
-          return { file: new Blob(['jpeg']), picture: null };
-        default:
-          return {};
-      }
-    };
-    if (!this.hold) return Promise.resolve(answer());
-    return new Promise((resolve) => this.held.push(() => resolve(answer())));
-  }
-  release() {
-    const held = this.held;
-    this.held = [];
-    held.forEach((h) => h());
-  }
-  of<T extends EngineRequest['type']>(type: T) {
-    return this.requests.filter((r) => r.type === type) as Extract<EngineRequest, { type: T }>[];
-  }
-}
-
-class FakeView implements MainScreenView, CameraControlsView {
-  busy = false;
-  info = '';
-  infoAlpha = 0;
-  slid: Mode = Mode.photo;
-  blendOpen = false;
-  rows: readonly string[] = [];
-  selectedRow = 0;
-  blendTitle = '';
-  interaction = true;
-  alerts: Alert[] = [];
-  pickerOpen = false;
-  axis = '';
-  flashImage = '';
-  noDevicesHidden = true;
-  reclaimed = 0;
-  setBusy(b: boolean) { this.busy = b; }
-  setInfoText(t: string) { this.info = t; }
-  setInfoAlpha(a: number) { this.infoAlpha = a; }
-  slideControls(m: Mode) { this.slid = m; }
-  setBlendPanelOpen(o: boolean) { this.blendOpen = o; }
-  setBlendPickerRows(r: readonly string[]) { this.rows = r; }
-  selectBlendRow(r: number) { this.selectedRow = r; }
-  setBlendButtonTitle(t: string) { this.blendTitle = t; }
-  setButtonTitles() {}
-  setPictureInteraction(e: boolean) { this.interaction = e; }
-  setMainAxis(a: string) { this.axis = a; }
-  presentImagePicker() { this.pickerOpen = true; }
-  dismissImagePicker() { this.pickerOpen = false; }
-  showAlert(a: Alert) { this.alerts.push(a); }
-  reclaimPicture() { this.reclaimed += 1; }
-  setFlipEnabled() {}
-  setFlashEnabled() {}
-  setFlashImage(i: string) { this.flashImage = i; }
-  setNoDevicesLabelHidden(h: boolean) { this.noDevicesHidden = h; }
-}
+import { FakeEngine, picture, recordingView, settle, type Recording } from './fakes';
 
 class FakeCamera {
   useFrameProcessingCallbacks = true;
   hasCamera = true;
   delegate: unknown = null;
-  uiDelegate: unknown = null;
-  photos = 0;
   start = vi.fn((done?: () => void) => done?.());
-  takePhoto() { this.photos += 1; }
-  flipCamera = vi.fn();
-  cycleFlash = vi.fn();
+  takePhoto = vi.fn();
 }
 
+const library = { save: vi.fn(async () => undefined), share: vi.fn(async () => undefined) };
+const randomizeEffects = vi.fn(async () => undefined);
+const openArrangeScreen = vi.fn();
+const arrange = { viewDidLoad: vi.fn(), delegate: null, effectedImageView: null };
+const editControls = new EditControlsVC();
 let engine: FakeEngine;
-let view: FakeView;
+let ui: Recording<MainScreenView & CameraControlsView>;
 let camera: FakeCamera;
 let imageView: EffectedImageView;
 let vc: CameraIntefaceVC;
 let events: string[];
-let lines: string[];
-let library: { save: ReturnType<typeof vi.fn>; share: ReturnType<typeof vi.fn> };
-let shown: number;
 let nextRandom: number;
-let randomizeEffects: ReturnType<typeof vi.fn>;
-const editControls = new EditControlsVC();
 
 beforeEach(() => {
   vi.useFakeTimers();
+  vi.clearAllMocks();
   events = [];
-  lines = [];
-  shown = 0;
   nextRandom = 5;
   setAnalyticsSink({ logEvent: (name) => events.push(name) });
-  engine = new FakeEngine();
-  view = new FakeView();
+  // Every request finds in this one reply what it reads.
+  engine = new FakeEngine(() => ({ ok: true, picture: picture(), seed: '42', file: new Blob(['jpeg']) }));
+  ui = recordingView();
   camera = new FakeCamera();
-  library = { save: vi.fn(async () => undefined), share: vi.fn(async () => undefined) };
-  imageView = new EffectedImageView(
-    engine as unknown as EngineClient,
-    { layoutSize: () => ({ width: 100, height: 80 }), displaySize: () => ({ width: 200, height: 160 }), show: () => void (shown += 1) },
-    library as unknown as PhotoLibrary,
-    async () => picture(40, 30),
-  );
-  randomizeEffects = vi.fn(async () => undefined);
+  imageView = engine.imageView(library as unknown as PhotoLibrary);
   const defaults = new PageDefaults(new MemoryStorage());
-  defaults.setBool(true, 'zz.kvt.zorvex.kHasShownIntroMessageBaby');
+  defaults.setBool(true, 'zz.kvt.zorvex.kHasShownIntroMessageBaby'); // no tours in the way
   defaults.setBool(true, 'zz.kvt.zorvex.hasShownEditControlsKey');
   vc = new CameraIntefaceVC({
-    view,
+    view: ui.view,
     imageView,
     settings: new SettingsController(defaults),
-    cameraControlsVC: new CameraControlsVC(view),
+    cameraControlsVC: new CameraControlsVC(ui.view),
     editControlsVC: editControls,
+    fxArrange2: arrange as unknown as EffectsArrangeVC,
     makeCamera: () => camera as unknown as Camera,
     randomizeEffects,
     randomUniform: () => nextRandom,
-    log: (line) => lines.push(line),
+    hooks: { ...noHooks, openArrangeScreen },
+    log: () => undefined,
   });
   vc.viewDidLoad();
 });
@@ -160,83 +70,70 @@ afterEach(() => {
   setAnalyticsSink(null);
 });
 
-const settle = () => vi.advanceTimersByTimeAsync(0);
-
 describe('start and modes', () => {
-  it('rolls the controls before the first frame, sets the camera up and is busy until a frame shows', async () => {
+  it('rolls the controls before the first frame, starts the camera and is busy until a frame shows', async () => {
     expect(engine.requests[0]?.type).toBe('randomizeControls');
     expect(camera.delegate).toBe(vc);
     expect(camera.start).toHaveBeenCalledTimes(1);
-    expect(view.busy).toBe(true);
+    expect(ui.last.setBusy).toBe(true);
     vc.cameraDidOutputFrame(picture());
     await settle();
-    expect(view.busy).toBe(false);
+    expect(ui.last.setBusy).toBe(false);
     expect(engine.of('render')[0]?.frame?.width).toBe(8);
   });
 
   it('goes to edit mode with the photo, shutting the gate; the way back opens it after 0.2 s', async () => {
     vc.shutterPressed();
-    expect(view.info).toBe('TAKE PICTURE');
+    expect(ui.last.setInfoText).toBe('TAKE PICTURE');
     expect(events).toContain('button_shutter');
-    expect(camera.photos).toBe(1);
+    expect(camera.takePhoto).toHaveBeenCalledTimes(1);
     vc.cameraDidTakePhoto(new Blob(['photo']));
-    expect(lines.filter((l) => l.startsWith('Did take photo'))).toHaveLength(2);
     expect(camera.useFrameProcessingCallbacks).toBe(false);
-    expect(vc.mode).toBe(Mode.edit);
-    expect(view.slid).toBe(Mode.edit);
+    expect([vc.mode, ui.last.slideControls]).toEqual([Mode.edit, Mode.edit]);
     await settle();
     expect(engine.of('setOriginal').at(-1)).toMatchObject({ correct: true, picture: { width: 40, height: 30 } });
     expect(engine.of('render').at(-1)?.skipEffects).toBe(false);
 
     vc.donePressed();
     expect(events).toContain('button_backToCam');
-    expect(vc.mode).toBe(Mode.photo);
-    expect(view.busy).toBe(true);
+    expect([vc.mode, ui.last.setBusy]).toEqual([Mode.photo, true]);
     expect(engine.of('setOriginal').at(-1)?.picture).toBeNull();
     await vi.advanceTimersByTimeAsync(199);
     expect(camera.useFrameProcessingCallbacks).toBe(false);
     await vi.advanceTimersByTimeAsync(1);
-    expect(camera.useFrameProcessingCallbacks).toBe(true);
-    expect(view.busy).toBe(false);
+    expect([camera.useFrameProcessingCallbacks, ui.last.setBusy]).toEqual([true, false]);
   });
 
-  it('does nothing at the shutter without a camera, and shows the label when none comes', () => {
+  it('takes no photo without a camera, and shows the label when none comes', () => {
     camera.hasCamera = false;
     vc.shutterPressed();
-    expect(camera.photos).toBe(0);
+    expect(camera.takePhoto).not.toHaveBeenCalled();
     vc.cameraFoundNoDevices();
-    expect(view.busy).toBe(false);
-    expect(view.noDevicesHidden).toBe(false);
+    expect([ui.last.setBusy, ui.last.setNoDevicesLabelHidden]).toEqual([false, false]);
   });
 
   it('loads a library picture into edit mode, and refuses a file that is none', async () => {
     vc.libraryPressed();
     expect(camera.useFrameProcessingCallbacks).toBe(false);
-    expect(view.pickerOpen).toBe(true);
+    expect(ui.calls.presentImagePicker).toBe(1);
     vc.imagePickerControllerDidCancel();
     expect(camera.useFrameProcessingCallbacks).toBe(true);
 
     vc.libraryPressed();
     await vc.libraryImagePicked(new File(['x'], 'cat.jpg'));
-    expect(vc.mode).toBe(Mode.edit);
-    expect(view.info).toBe('IMAGE LOADED');
+    expect([vc.mode, ui.last.setInfoText]).toEqual([Mode.edit, 'IMAGE LOADED']);
 
-    engine.request = async () => ({ ok: false, width: 0, height: 0 });
+    engine.answer = () => ({ ok: false });
     vc.mode = Mode.photo;
     vc.libraryPressed();
     await vc.libraryImagePicked(new File(['x'], 'notes.txt'));
-    expect(view.info).toBe("CAN'T OPEN NOTES.TXT");
-    expect(vc.mode).toBe(Mode.photo);
+    expect([vc.mode, ui.last.setInfoText]).toEqual([Mode.photo, "CAN'T OPEN NOTES.TXT"]);
     expect(camera.useFrameProcessingCallbacks).toBe(true);
   });
 
   it('stacks the areas in portrait and puts them side by side when wider than high', () => {
-    vc.sizeChanged(390, 844);
-    expect(view.axis).toBe('vertical');
-    vc.sizeChanged(844, 390);
-    expect(view.axis).toBe('horizontal');
-    vc.sizeChanged(500, 500);
-    expect(view.axis).toBe('vertical');
+    const axes = [[390, 844], [844, 390], [500, 500]].map(([w, h]) => (vc.sizeChanged(w!, h!), ui.last.setMainAxis));
+    expect(axes).toEqual(['vertical', 'horizontal', 'vertical']);
   });
 });
 
@@ -244,19 +141,14 @@ describe('frame gate', () => {
   it('keeps one render in flight, and the newest frame wins', async () => {
     await settle();
     engine.hold = true;
-    const frames = [picture(10, 10), picture(11, 10), picture(12, 10), picture(13, 10)];
-    vc.cameraDidOutputFrame(frames[0]!);
-    vc.cameraDidOutputFrame(frames[1]!);
-    vc.cameraDidOutputFrame(frames[2]!);
-    vc.cameraDidOutputFrame(frames[3]!);
+    for (const width of [10, 11, 12, 13]) vc.cameraDidOutputFrame(picture(width, 10));
     expect(engine.of('render')).toHaveLength(1);
     engine.release();
     await settle();
-    expect(engine.of('render').map((r) => r.frame?.width)).toEqual([10, 13]);
     engine.release();
     await settle();
+    expect(engine.of('render').map((r) => r.frame?.width)).toEqual([10, 13]);
     expect(imageView.isDrawing).toBe(false);
-    expect(engine.of('render')).toHaveLength(2);
   });
 
   it('holding the picture redraws it with the effects hidden and renders nothing', async () => {
@@ -272,50 +164,46 @@ describe('frame gate', () => {
 });
 
 describe('tools', () => {
-  it('rolls the stack, and with Random on the blend mode too', async () => {
+  it('rolls the stack, and with "Random" chosen the blend mode too', async () => {
     vc.randomEffectsPressed();
-    expect(view.busy).toBe(true);
-    expect(view.info).toBe('RANDOM EFFECTS');
+    expect([ui.last.setBusy, ui.last.setInfoText]).toEqual([true, 'RANDOM EFFECTS']);
     expect(events).toContain('button_randomEffects');
     expect(randomizeEffects).toHaveBeenCalledTimes(1);
     await settle();
-    expect(view.busy).toBe(false);
+    expect(ui.last.setBusy).toBe(false);
 
     vc.blendRowSelected(18);
     nextRandom = 7;
     vc.randomEffectsPressed();
     expect(imageView.blendIndex).toBe(7);
-    expect(view.blendTitle).toBe('Blend:\nRandom');
-    expect(view.selectedRow).toBe(18);
+    expect([ui.last.setBlendButtonTitle, ui.last.selectBlendRow]).toEqual(['Blend:\nRandom', 18]);
   });
 
   it('rolls the parameters in the engine and says so at once', async () => {
-    const before = engine.of('randomizeControls').length;
     vc.randomParamsPressed();
-    expect(view.info).toBe('RANDOM PARAMETERS');
-    expect(engine.of('randomizeControls')).toHaveLength(before + 1);
+    expect(ui.last.setInfoText).toBe('RANDOM PARAMETERS');
+    expect(engine.of('randomizeControls')).toHaveLength(2);
     await settle();
-    expect(view.busy).toBe(false);
+    expect(ui.last.setBusy).toBe(false);
     expect(imageView.controlSeed).toBe('42');
   });
 
   it('lists the modes and "Random" in the picker, and a mode row changes only the composition', async () => {
-    expect(view.rows).toHaveLength(19);
-    expect(view.rows[0]).toBe('Normal');
-    expect(view.rows[18]).toBe('Random');
+    const rows = ui.last.setBlendPickerRows as string[];
+    expect([rows.length, rows[0], rows[5], rows[18]]).toEqual([19, 'Normal', 'Difference', 'Random']);
     vc.blendAction();
-    expect(view.blendOpen).toBe(true);
+    expect(ui.last.setBlendPanelOpen).toBe(true);
     expect(events).toContain('button_blend');
     await settle();
     const renders = engine.of('render').length;
     vc.blendRowSelected(5);
-    expect(view.blendTitle).toBe('Blend:\nDifference');
+    expect(ui.last.setBlendButtonTitle).toBe('Blend:\nDifference');
     expect(vc.shouldRandomizeBlendMode).toBe(false);
     await settle();
     expect(engine.of('display').at(-1)?.state.blendIndex).toBe(5);
     expect(engine.of('render')).toHaveLength(renders);
     vc.closeBlendModes();
-    expect(view.blendOpen).toBe(false);
+    expect(ui.last.setBlendPanelOpen).toBe(false);
   });
 
   it('the "Random" row renders anew; a rolled row 0 reads Random on the button', async () => {
@@ -323,31 +211,30 @@ describe('tools', () => {
     const renders = engine.of('render').length;
     nextRandom = 0;
     vc.blendRowSelected(18);
-    expect(vc.shouldRandomizeBlendMode).toBe(true);
-    expect(view.selectedRow).toBe(18);
+    expect([vc.shouldRandomizeBlendMode, ui.last.selectBlendRow]).toEqual([true, 18]);
     await settle();
     expect(engine.of('render')).toHaveLength(renders + 1);
 
     vc.shouldRandomizeBlendMode = false;
     vc.randomizeBlendMode(true, true);
-    expect(view.selectedRow).toBe(0);
-    expect(view.blendTitle).toBe('Blend:\nRandom');
+    expect([ui.last.selectBlendRow, ui.last.setBlendButtonTitle]).toEqual([0, 'Blend:\nRandom']);
     nextRandom = 23; // taken modulo the 18 modes: Difference
     vc.randomizeBlendMode(true, true);
-    expect(view.blendTitle).toBe('Blend:\nDifference');
+    expect(ui.last.setBlendButtonTitle).toBe('Blend:\nDifference');
   });
 
   it('shows the opacity as a whole percentage in single precision and applies it by a redraw', async () => {
-    vc.sliderChanged(0.29);
-    expect(view.info).toBe('OPACITY 29%');
-    expect(imageView.layerAlpha).toBe(0.29);
+    vc.sliderChanged(0.29); // 28.999... in double precision
+    expect(ui.last.setInfoText).toBe('OPACITY 29%');
     await settle();
     expect(engine.of('display').at(-1)?.state.alpha).toBe(0.29);
-    expect(opacityPercent(1)).toBe(100);
-    expect(opacityPercent(0)).toBe(0);
   });
 
-  it('runs the tools by their tags, each with its event', async () => {
+  it('runs the tools by their tags, each with its event; a turn without a picture leaves the spinner on', async () => {
+    vc.busy = false;
+    await vc.runUtility(0, null);
+    expect([ui.last.setBusy, engine.of('rotate')]).toEqual([true, []]);
+
     vc.cameraDidTakePhoto(new Blob(['p']));
     await settle();
     const cases: [number, string, number, boolean][] = [
@@ -365,23 +252,15 @@ describe('tools', () => {
     expect(() => editControls.utlityButtonAction(6)).toThrow();
 
     editControls.utlityButtonAction(5);
-    expect(view.info).toBe('PREPARING IMAGE...');
+    expect(ui.last.setInfoText).toBe('PREPARING IMAGE...');
     await settle();
     expect(library.share).toHaveBeenCalledTimes(1);
-    expect(view.busy).toBe(false);
-  });
-
-  it('leaves the spinner running for a turn with no picture', async () => {
-    await settle();
-    const rotations = engine.of('rotate').length;
-    await vc.runUtility(0, null);
-    expect(view.busy).toBe(true);
-    expect(engine.of('rotate')).toHaveLength(rotations);
+    expect(ui.last.setBusy).toBe(false);
   });
 
   it('asks before flattening, and blocks the picture while it runs', async () => {
     editControls.utlityButtonAction(4);
-    const alert = view.alerts.at(-1)!;
+    const alert = ui.last.showAlert as Alert;
     expect(alert).toMatchObject({
       title: 'FLATTEN',
       body: 'This will apply the current effects to the base image, effectively adding another layer.',
@@ -390,87 +269,56 @@ describe('tools', () => {
     });
     engine.hold = true;
     alert.onAction();
-    expect(view.info).toBe('FLATTENING');
-    expect(view.interaction).toBe(false);
-    expect(view.busy).toBe(true);
+    expect([ui.last.setInfoText, ui.last.setPictureInteraction, ui.last.setBusy]).toEqual(['FLATTENING', false, true]);
     engine.release();
     await settle();
-    expect(view.info).toBe('EFFECTS FLATTENED');
-    expect(view.interaction).toBe(true);
+    expect([ui.last.setInfoText, ui.last.setPictureInteraction]).toEqual(['EFFECTS FLATTENED', true]);
     expect(events.filter((e) => e === 'button_flatten')).toHaveLength(2);
   });
 
   it('saves through the library and says so; a failed save says nothing more', async () => {
     vc.savePressed();
-    expect(view.info).toBe('RENDERING');
+    expect(ui.last.setInfoText).toBe('RENDERING');
     await settle();
     expect(library.save).toHaveBeenCalledTimes(1);
-    expect(view.info).toBe('SAVED TO PHOTOS');
-    expect(view.busy).toBe(false);
+    expect([ui.last.setInfoText, ui.last.setBusy]).toEqual(['SAVED TO PHOTOS', false]);
 
     library.save.mockRejectedValueOnce(new Error('cancelled'));
     vc.savePressed();
     await settle();
-    expect(view.info).toBe('RENDERING');
+    expect(ui.last.setInfoText).toBe('RENDERING');
   });
 });
 
-describe('the Arrange screen', () => {
-  it('opens through its hook, and gets the picture back with a new layout, then a run of the stack', async () => {
-    const opened = vi.fn();
-    const arrange = { viewDidLoad: vi.fn(), delegate: null, effectedImageView: null };
-    const main = new CameraIntefaceVC({
-      view,
-      imageView,
-      settings: new SettingsController(new PageDefaults(new MemoryStorage())),
-      cameraControlsVC: null,
-      editControlsVC: null,
-      fxArrange2: arrange as unknown as EffectsArrangeVC,
-      makeCamera: () => camera as unknown as Camera,
-      randomizeEffects,
-      randomUniform: () => 0,
-      hooks: { ...noHooks, openArrangeScreen: opened },
-    });
-    main.viewDidLoad();
-    expect(arrange).toMatchObject({ delegate: main, effectedImageView: imageView });
-    expect(arrange.viewDidLoad).toHaveBeenCalledTimes(1);
-    main.showEffectsArrage();
-    expect(events).toContain('button_effectsArrange');
-    expect(opened).toHaveBeenCalledTimes(1);
-    await settle();
-    const renders = engine.of('render').length;
-    main.arrangeWillClose();
-    main.arrangeDidChange();
-    await settle();
-    expect(view.reclaimed).toBe(1);
-    expect(engine.of('render').slice(renders).map((r) => r.skipEffects)).toEqual([true, false]);
-  });
-});
-
-describe('info messages', () => {
-  it('shows each in capitals for three seconds, a new one restarting the time', async () => {
+describe('info messages and panels', () => {
+  it('shows each message in capitals for three seconds, a new one restarting the time', async () => {
     vc.showInfoMessage('Image Loaded');
-    expect(view.info).toBe('IMAGE LOADED');
-    expect(view.infoAlpha).toBe(1);
+    expect([ui.last.setInfoText, ui.last.setInfoAlpha]).toEqual(['IMAGE LOADED', 1]);
     await vi.advanceTimersByTimeAsync(2000);
     vc.showInfoMessage('Random Effects');
     await vi.advanceTimersByTimeAsync(2999);
-    expect(view.infoAlpha).toBe(1);
+    expect(ui.last.setInfoAlpha).toBe(1);
     await vi.advanceTimersByTimeAsync(1);
-    expect(view.infoAlpha).toBe(0);
+    expect(ui.last.setInfoAlpha).toBe(0);
   });
-});
 
-describe('panels', () => {
   it('shows the flash mode by its picture, keeping the last for other values', () => {
-    const controls = new CameraControlsVC(view);
-    controls.cameraFlashModeChanged(1);
-    expect(view.flashImage).toBe('flash_on.png');
-    controls.cameraFlashModeChanged(-1);
-    expect(view.flashImage).toBe('flash_off.png');
-    controls.cameraFlashModeChanged(3);
-    expect(view.flashImage).toBe('flash_off.png');
-    controls.shutterAction(); // no delegate: nothing
-    expect(() => new EditControlsVC().saveAction()).toThrow();
+    const shown = [1, 0, -1, 3].map((mode) => (vc.cameraControlsVC!.cameraFlashModeChanged(mode), ui.last.setFlashImage));
+    expect(shown).toEqual(['flash_on.png', 'flash_auto.png', 'flash_off.png', 'flash_off.png']);
+  });
+
+  it('lends the picture to the Arrange screen, and takes it back with a new layout, then a run of the stack', async () => {
+    expect(arrange).toMatchObject({ delegate: vc, effectedImageView: imageView });
+    expect(arrange.viewDidLoad).toHaveBeenCalledTimes(1);
+    vc.showEffectsArrage();
+    expect(events).toContain('button_effectsArrange');
+    expect(openArrangeScreen).toHaveBeenCalledTimes(1);
+    await settle();
+    const renders = engine.of('render').length;
+    vc.arrangeWillClose();
+    vc.arrangeDidChange();
+    await settle();
+    expect(ui.calls.reclaimPicture).toBe(1);
+    expect(engine.of('render').slice(renders).map((r) => r.skipEffects)).toEqual([true, false]);
   });
 });
