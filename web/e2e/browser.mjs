@@ -1,10 +1,13 @@
 // Launching Debian's Chromium through playwright-core, with a fake camera, and serving the built app
 // with `zorvex serve`. Shared by the end-to-end run and the browser benchmark.
+import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { chromium } from 'playwright-core';
+
+import { writeY4m } from './fixtures.mjs';
 
 export const repo = new URL('../..', import.meta.url).pathname;
 
@@ -51,4 +54,52 @@ export async function launch({ y4m } = {}) {
       rmSync(profile, { recursive: true, force: true });
     },
   };
+}
+
+// The app served and open in a new Chromium whose camera plays the test card, with what the end-to-end
+// files ask of it. Screenshots go to ZORVEX_SCREENSHOTS, else build/e2e-screenshots; `close` fails when
+// the page threw.
+export async function openApp() {
+  const shots = process.env.ZORVEX_SCREENSHOTS ?? join(repo, 'build/e2e-screenshots');
+  mkdirSync(shots, { recursive: true });
+  console.log(`Screenshots: ${shots}`);
+  const y4m = join(mkdtempSync(join(tmpdir(), 'zorvex-e2e-')), 'card.y4m');
+  writeY4m(y4m, 480, 360);
+  const server = await serve();
+  const browser = await launch({ y4m });
+  const page = browser.context.pages()[0] ?? (await browser.context.newPage());
+  const errors = [];
+  page.on('pageerror', (e) => errors.push(e.message));
+  const app = {
+    page,
+    context: browser.context,
+    async load() {
+      await page.goto(server.url);
+      await page.waitForFunction(() => window.zorvex !== undefined, null, { timeout: 20000 });
+    },
+    shot: (name) => page.screenshot({ path: join(shots, `${name}.png`) }),
+    ask: (request) => page.evaluate((r) => window.zorvex.engine.request(r), request),
+    status: () => app.ask({ type: 'status' }),
+    effects: async () => (await app.ask({ type: 'effects' })).rows,
+    // A fingerprint of what the canvas shows.
+    canvasPrint: () =>
+      page.evaluate(() => {
+        const c = document.getElementById('picture');
+        const d = c.getContext('2d').getImageData(0, 0, c.width, c.height).data;
+        let h = 0;
+        for (let i = 0; i < d.length; i += 97) h = (h * 31 + d[i]) >>> 0;
+        return h;
+      }),
+    async framesGoOn(more = 3) {
+      const start = await page.evaluate(() => window.zorvex.canvas.framesShown);
+      await page.waitForFunction((n) => window.zorvex.canvas.framesShown >= n, start + more, { timeout: 15000 });
+    },
+    async close() {
+      await browser.close();
+      server.stop();
+      assert.deepEqual(errors, [], 'the page threw');
+    },
+  };
+  await app.load();
+  return app;
 }
