@@ -86,8 +86,8 @@ describe('engine client', () => {
     client.onRestarted = vi.fn();
     workers[0]!.silent = true;
     const underWay = client.request({ type: 'effects' });
+    defaults.setInteger(-1, 'kFlashModeKey'); // reaches the old Worker, which never answers
     await flush();
-    defaults.setInteger(-1, 'kFlashModeKey');
     workers[0]!.send({ type: 'fatal', message: 'RuntimeError: unreachable' });
     await expect(underWay).rejects.toBeInstanceOf(EngineRestarted);
     expect(workers[0]!.terminated).toBe(true);
