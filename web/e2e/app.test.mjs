@@ -201,12 +201,12 @@ test('an engine that dies is replaced and the app carries on', async () => {
 test('the app opens again without the network once it has been loaded', async () => {
   await page.evaluate(() => navigator.serviceWorker.ready);
   await app.load(); // now under the service worker's control
-  await app.context.setOffline(true);
+  await page.context().setOffline(true);
   try {
     await app.load();
     await app.framesGoOn();
   } finally {
-    await app.context.setOffline(false);
+    await page.context().setOffline(false);
   }
   const manifest = await page.evaluate(async () => (await fetch('./manifest.webmanifest')).json());
   assert.equal(manifest.display, 'standalone');

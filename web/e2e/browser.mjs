@@ -72,7 +72,6 @@ export async function openApp() {
   page.on('pageerror', (e) => errors.push(e.message));
   const app = {
     page,
-    context: browser.context,
     async load() {
       await page.goto(server.url);
       await page.waitForFunction(() => window.zorvex !== undefined, null, { timeout: 20000 });
