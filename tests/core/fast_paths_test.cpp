@@ -16,6 +16,14 @@ struct FastPathsOff {
   ~FastPathsOff() { setFastPathsEnabled(true); }
 };
 
+// The same drawing on `fast` with the fast paths on and on `slow` with them off.
+template <class Draw>
+void bothWays(const CGContextRef& fast, const CGContextRef& slow, Draw draw) {
+  draw(fast);
+  FastPathsOff off;
+  draw(slow);
+}
+
 class Random {
  public:
   explicit Random(uint32_t seed) : gen_(seed) {}
@@ -118,11 +126,7 @@ TEST(FastPaths, ImageDrawsMatchTheGeneralPath) {
     if (r.chance(0.25)) rect.size = CGSizeMake(double(CGImageGetWidth(image)), double(CGImageGetHeight(image)));  // shifts
     s.apply(fast);
     s.apply(slow);
-    CGContextDrawImage(fast, rect, image);
-    {
-      FastPathsOff off;
-      CGContextDrawImage(slow, rect, image);
-    }
+    bothWays(fast, slow, [&](const CGContextRef& c) { CGContextDrawImage(c, rect, image); });
     ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
   }
 }
@@ -140,11 +144,7 @@ TEST(FastPaths, LayerCompositesMatchTheGeneralPath) {
     s.apply(fast);
     s.apply(slow);
     const CGPoint at = r.chance(0.7) ? CGPointZero : CGPointMake(r.coordinate(-w, w), r.coordinate(-h, h));
-    CGContextDrawLayerAtPoint(fast, at, layer);
-    {
-      FastPathsOff off;
-      CGContextDrawLayerAtPoint(slow, at, layer);
-    }
+    bothWays(fast, slow, [&](const CGContextRef& c) { CGContextDrawLayerAtPoint(c, at, layer); });
     ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
   }
 }
@@ -164,11 +164,7 @@ TEST(FastPaths, ClipMasksMatchTheGeneralPath) {
       if (iteration % 2) CGContextClipToMask(*c, CGRectMake(0, 0, w, h), s.mask);
       CGContextConcatCTM(*c, s.ctm);
     }
-    CGContextClipToMask(fast, s.maskRect, s.mask);
-    {
-      FastPathsOff off;
-      CGContextClipToMask(slow, s.maskRect, s.mask);
-    }
+    bothWays(fast, slow, [&](const CGContextRef& c) { CGContextClipToMask(c, s.maskRect, s.mask); });
     ASSERT_EQ(fast->state().clip->coverage, slow->state().clip->coverage) << "iteration " << iteration;
   }
 }
@@ -187,12 +183,7 @@ TEST(FastPaths, RectangleFillsMatchTheRasterizer) {
       s.apply(*c);
       CGContextSetRGBFillColor(*c, color[0], color[1], color[2], color[3]);
     }
-    auto paint = [&](const CGContextRef& c) { clear ? CGContextClearRect(c, rect) : CGContextFillRect(c, rect); };
-    paint(fast);
-    {
-      FastPathsOff off;
-      paint(slow);
-    }
+    bothWays(fast, slow, [&](const CGContextRef& c) { clear ? CGContextClearRect(c, rect) : CGContextFillRect(c, rect); });
     ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
   }
 }
