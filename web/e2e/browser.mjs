@@ -28,13 +28,14 @@ export function serve({ message } = {}) {
   });
 }
 
-// Chromium with a fake camera: a moving test pattern, or the y4m file given.
-export async function launch({ y4m } = {}) {
+// Chromium with a fake camera: a moving test pattern, or the y4m file given; with `refuseCamera`, the
+// page is refused the camera as a person who said no.
+export async function launch({ y4m, refuseCamera = false, viewport = { width: 390, height: 844 } } = {}) {
   const profile = mkdtempSync(join(tmpdir(), 'zorvex-chromium-'));
   const args = [
     '--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
     '--disable-background-networking', '--disable-component-update', '--disable-sync',
-    '--use-fake-ui-for-media-stream', '--use-fake-device-for-media-stream',
+    refuseCamera ? '--deny-permission-prompts' : '--use-fake-ui-for-media-stream', '--use-fake-device-for-media-stream',
     '--autoplay-policy=no-user-gesture-required',
   ];
   if (y4m) args.push(`--use-file-for-fake-video-capture=${y4m}`);
@@ -43,9 +44,9 @@ export async function launch({ y4m } = {}) {
     headless: true,
     args,
     acceptDownloads: true,
-    viewport: { width: 390, height: 844 },
+    viewport,
     deviceScaleFactor: 2,
-    permissions: ['camera'],
+    permissions: refuseCamera ? [] : ['camera'],
   });
   return {
     context,
@@ -56,22 +57,24 @@ export async function launch({ y4m } = {}) {
   };
 }
 
-// The app served and open in a new Chromium whose camera plays the test card, with what the end-to-end
-// files ask of it. Screenshots go to ZORVEX_SCREENSHOTS, else build/e2e-screenshots; `close` fails when
-// the page threw.
-export async function openApp() {
+// The app served and open in a new Chromium whose camera plays the test card (or is refused), with what
+// the end-to-end files ask of it. Screenshots go to ZORVEX_SCREENSHOTS, else build/e2e-screenshots;
+// `close` fails when the page threw. With `open` false the page is left blank, for the caller to open
+// it at `url` as it wants.
+export async function openApp({ refuseCamera = false, viewport, open = true } = {}) {
   const shots = process.env.ZORVEX_SCREENSHOTS ?? join(repo, 'build/e2e-screenshots');
   mkdirSync(shots, { recursive: true });
   console.log(`Screenshots: ${shots}`);
   const y4m = join(mkdtempSync(join(tmpdir(), 'zorvex-e2e-')), 'card.y4m');
   writeY4m(y4m, 480, 360);
   const server = await serve();
-  const browser = await launch({ y4m });
+  const browser = await launch({ y4m, refuseCamera, viewport });
   const page = browser.context.pages()[0] ?? (await browser.context.newPage());
   const errors = [];
   page.on('pageerror', (e) => errors.push(e.message));
   const app = {
     page,
+    url: server.url,
     async load() {
       await page.goto(server.url);
       await page.waitForFunction(() => window.zorvex !== undefined, null, { timeout: 20000 });
@@ -103,6 +106,6 @@ export async function openApp() {
       assert.deepEqual(errors, [], 'the page threw');
     },
   };
-  await app.load();
+  if (open) await app.load();
   return app;
 }

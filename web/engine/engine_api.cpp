@@ -12,6 +12,7 @@
 
 #include "core/imaging/fatal.h"
 #include "core/imaging/image_utils.h"
+#include "core/imaging/platform.h"
 #include "core/render/effected_image_view.h"
 #include "core/stack/analytics.h"
 #include "core/stack/effects_data.h"
@@ -26,6 +27,15 @@ namespace {
 constexpr int32_t kMinSide = 16;
 constexpr int64_t kMaxPixels = 100'000'000;
 
+// What a flatten ran under besides the composition: the effects in running order, the controls' seed,
+// the seed of the flickering effects' draws and the size.
+struct Look {
+  std::vector<std::string> effects;
+  uint64_t seed = 0;
+  uint32_t flicker = 0;
+  bool half = false;
+};
+
 struct Engine {
   web::BrowserDefaults defaults;
   web::BrowserAnalytics analytics;
@@ -35,6 +45,7 @@ struct Engine {
   int32_t pictureWidth = 0, pictureHeight = 0;
   std::string text;  // the last string handed out
   uint32_t kernelsRun = 0;  // kernels run since the start, for tests that a redraw runs none
+  Look lastLook;  // of the last flatten made here
 };
 
 Engine& engine() {
@@ -101,6 +112,60 @@ bool rowIs(size_t row, const char* name) {
 const char* handOutText(std::string s) {
   engine().text = std::move(s);
   return engine().text.c_str();
+}
+
+// The effects that flicker draw from the unrepeatable source. During a flatten they draw from this
+// generator instead (splitmix64 from a seed that was itself drawn from that source), so that the
+// flatten can be made again to the pixel; the rest goes to the platform as it was.
+class RepeatableDraws final : public Platform {
+ public:
+  RepeatableDraws(Platform& base, uint32_t seed) : base_(base), state_(seed) {}
+  void consoleLine(std::string_view line) override { base_.consoleLine(line); }
+  uint32_t random32() override {
+    uint64_t z = (state_ += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return uint32_t((z ^ (z >> 31)) >> 32);
+  }
+  double now() override { return base_.now(); }
+
+ private:
+  Platform& base_;
+  uint64_t state_;
+};
+
+bool flattenWithDraws(uint32_t flicker) {
+  Platform& base = platform();
+  RepeatableDraws draws(base, flicker);
+  setPlatform(&draws);
+  const bool ok = view().flatten();
+  setPlatform(&base);
+  return ok;
+}
+
+// The names of the effects the stack runs now: the active rows, presets opened up.
+std::vector<std::string> stackNames() {
+  EffectList active;
+  for (const EffectRef& e : EffectsData::shared().effects)
+    if (e->isActive) active.push_back(e);
+  std::vector<std::string> names;
+  for (const EffectRef& e : EffectsData::flattenEffects(active)) names.push_back(e->name);
+  return names;
+}
+
+std::vector<std::string> splitLines(const char* text) {
+  std::vector<std::string> lines;
+  std::string line;
+  for (const char* p = text;; ++p) {
+    if (*p == '\n' || *p == 0) {
+      if (!line.empty()) lines.push_back(line);
+      line.clear();
+      if (*p == 0) break;
+    } else {
+      line += *p;
+    }
+  }
+  return lines;
 }
 
 }  // namespace
@@ -212,8 +277,48 @@ EMSCRIPTEN_KEEPALIVE int zv_rotate_base_image(double degrees, int32_t mirrored) 
   return view().rotateBaseImage(degrees, mirrored != 0) ? 1 : 0;
 }
 
-// The composed final becomes the base, and a preview is rendered; 0 (nothing changed) on failure.
-EMSCRIPTEN_KEEPALIVE int zv_flatten() { return view().flatten() ? 1 : 0; }
+// The composed final becomes the base, and a preview is rendered; 0 (nothing changed) on failure. What
+// it ran under is kept for zv_last_look_json.
+EMSCRIPTEN_KEEPALIVE int zv_flatten() {
+  EffectedImageView& v = view();
+  Look look{stackNames(), v.controlSeed, arc4random(), v.saveQuality() == SaveQuality::half};
+  if (!flattenWithDraws(look.flicker)) return 0;
+  engine().lastLook = std::move(look);
+  return 1;
+}
+
+// A flatten made again under the look it once ran under: the effects named in `names` (one a line,
+// in running order) instead of the list's, the controls rolled from the seed, the flickering effects'
+// draws from `flicker`, at half size when `half`. The list, the controls and the save quality of now
+// are left as they were. 0 (nothing changed) on failure.
+EMSCRIPTEN_KEEPALIVE int zv_flatten_under(const char* names, uint32_t seedHigh, uint32_t seedLow, uint32_t flicker,
+                                          int32_t half) {
+  EffectedImageView& v = view();
+  EffectsData& data = EffectsData::shared();
+  EffectList list;
+  for (const std::string& name : splitLines(names)) list.push_back(Effect::make(name, true));
+  const EffectList rows = data.effects;
+  const ControlValues controls = v.controlValues;
+  const auto quality = v.saveQuality;
+  data.effects = list;
+  v.controlValues = rollControls((uint64_t(seedHigh) << 32) | seedLow);
+  v.saveQuality = [half] { return half ? SaveQuality::half : SaveQuality::full; };
+  const bool ok = flattenWithDraws(flicker);
+  data.effects = rows;
+  v.controlValues = controls;
+  v.saveQuality = quality;
+  return ok ? 1 : 0;
+}
+
+// The look of the last flatten: {"effects":[...],"seed":"N","flicker":N,"half":false}.
+EMSCRIPTEN_KEEPALIVE const char* zv_last_look_json() {
+  const Look& look = engine().lastLook;
+  std::string out = "{\"effects\":[";
+  for (size_t i = 0; i < look.effects.size(); ++i) out += (i ? "," : "") + web::jsonString(look.effects[i]);
+  out += "],\"seed\":\"" + std::to_string(look.seed) + "\",\"flicker\":" + std::to_string(look.flicker) +
+         ",\"half\":" + (look.half ? "true" : "false") + "}";
+  return handOutText(out);
+}
 
 // The edits of the Arrange screen. Each names the row by its place and its name, and is refused (1)
 // when the list has no such row there: the page's table may be older than the list (a new engine
@@ -245,17 +350,7 @@ EMSCRIPTEN_KEEPALIVE int zv_randomize_effects() {
 // Turns the rows named in `names` (one name a line) on and every other row off, in the list's order,
 // and stores the list. Gives the number of rows turned on.
 EMSCRIPTEN_KEEPALIVE int32_t zv_set_active_effects(const char* names) {
-  std::vector<std::string> wanted;
-  std::string line;
-  for (const char* p = names;; ++p) {
-    if (*p == '\n' || *p == 0) {
-      if (!line.empty()) wanted.push_back(line);
-      line.clear();
-      if (*p == 0) break;
-    } else {
-      line += *p;
-    }
-  }
+  const std::vector<std::string> wanted = splitLines(names);
   EffectsData& data = EffectsData::shared();
   int32_t on = 0;
   // The named rows move to the top, in the order given, so that they also run in that order.

@@ -34,6 +34,8 @@ declare module '@engine/zorvex_engine.mjs' {
     _zv_set_control_seed(high: number, low: number): void;
     _zv_rotate_base_image(degrees: number, mirrored: number): number;
     _zv_flatten(): number;
+    _zv_flatten_under(names: number, seedHigh: number, seedLow: number, flicker: number, half: number): number;
+    _zv_last_look_json(): number;
     _zv_toggle_effect(row: number, name: number): number;
     _zv_move_effect(from: number, name: number, to: number): number;
     _zv_remove_effect(row: number, name: number): number;

@@ -55,10 +55,11 @@ async function start(): Promise<void> {
     analytics,
     window.devicePixelRatio || 1,
   );
+  // The buttons get their pictures while the engine starts.
+  const dom = new MainScreenDom();
   const init = await engine.start();
   document.getElementById('starting')?.classList.add('gone');
 
-  const dom = new MainScreenDom();
   const canvas = dom.picture;
   const library = new BrowserPhotoLibrary(
     (title, action) =>

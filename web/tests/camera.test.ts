@@ -193,6 +193,16 @@ describe('flash, frames, photos and lenses', () => {
     expect(delegate.cameraDidTakePhoto).toHaveBeenCalledTimes(1);
   });
 
+  it('publishes what the lenses offer once set up, before any switch; one camera for both has nothing to flip to', async () => {
+    const { ui } = await started();
+    expect(ui.cameraCapabilitiesChanged).toHaveBeenCalledWith(true, true); // the back lens has a flash
+    const only = device('only', true);
+    const single = await started({ lenses: { back: only, front: only } });
+    expect(single.ui.cameraCapabilitiesChanged).toHaveBeenLastCalledWith(false, true);
+    await single.camera.switchCamera();
+    expect(single.ui.cameraCapabilitiesChanged).toHaveBeenLastCalledWith(false, true);
+  });
+
   it('switches lenses with the gate shut in between and publishes the new capabilities', async () => {
     const { camera, ui } = await started();
     const switching = camera.switchCamera();

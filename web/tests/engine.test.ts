@@ -9,6 +9,7 @@ import { describe, expect, it } from 'vitest';
 
 import type { EffectEdit, EngineRequest, RawPicture, Replies, ViewState } from '../src/engine/shared/protocol';
 import { EngineCore } from '../src/engine/worker/engine-core';
+import { oppositeTurn } from '../src/screens/edit-history';
 
 const wasmBinary = readFileSync(fileURLToPath(new URL('../../build-wasm/engine/zorvex_engine.wasm', import.meta.url)));
 
@@ -120,6 +121,45 @@ describe('engine', () => {
     await ask({ type: 'setOriginal', picture: null, orientation: 0, correct: false });
     expect((await ask({ type: 'rotate', degrees: 90, mirrored: false })).ok).toBe(false);
     expect((await ask({ type: 'status' })).originalWidth).toBe(0);
+  });
+
+  it('takes each turn back to the pixel by the opposite one, and makes a flatten again to the pixel under its look', async () => {
+    const { ask } = await start();
+    // The base alone, as the final composes it at no opacity.
+    const base = async () => print((await ask({ type: 'renderFinal', state: state({ alpha: 0 }), mimeType: 'image/jpeg', quality: 1 })).picture);
+    const still = bands(161, 120);
+    const load = () => ask({ type: 'setOriginal', picture: { ...still, data: still.data.slice(0) }, orientation: 0, correct: false });
+    await load();
+    const taken = await base();
+    for (const [degrees, mirrored] of [[-90, false], [90, false], [0, true], [180, true]] as const) {
+      await ask({ type: 'rotate', degrees, mirrored });
+      expect(await base()).not.toBe(taken);
+      const back = oppositeTurn({ kind: 'turn', degrees, mirrored });
+      await ask({ type: 'rotate', degrees: back.degrees, mirrored: back.mirrored });
+      expect(await base()).toBe(taken);
+    }
+
+    // Two of these effects draw from the unrepeatable source, so a flatten under the same list and
+    // controls differs from one time to the next; under its look it is the same.
+    await ask({ type: 'setActiveEffects', names: ['2600++', 'SIGSTOP', 'GRABOID'] });
+    await ask({ type: 'setControlSeed', seed: '7' });
+    const composition = state({ blendIndex: 3, alpha: 0.8 });
+    const flat = await ask({ type: 'flatten', state: composition });
+    expect(flat.look).toMatchObject({ effects: ['2600++', 'SIGSTOP', 'GRABOID'], seed: '7', half: false });
+    const flattened = await base();
+    await load();
+    await ask({ type: 'flatten', state: composition });
+    expect(await base()).not.toBe(flattened);
+
+    await ask({ type: 'setActiveEffects', names: ['VETH'] });
+    await ask({ type: 'setControlSeed', seed: '8' });
+    await load();
+    expect((await ask({ type: 'flatten', state: composition, look: flat.look! })).ok).toBe(true);
+    expect(await base()).toBe(flattened);
+    // The list and the controls of now are as they were.
+    expect((await ask({ type: 'effects' })).rows.filter((r) => r.isActive).map((r) => r.name)).toEqual(['VETH']);
+    const seeded = await ask({ type: 'flatten', state: composition });
+    expect(seeded.look).toMatchObject({ effects: ['VETH'], seed: '8' });
   });
 
   it('puts named effects on at the top, and edits the list as the Arrange screen does, refusing rows not where the page thinks', async () => {

@@ -4,7 +4,7 @@ import { vi } from 'vitest';
 
 import type { EngineClient } from '../src/engine/client/engine-client';
 import type { EngineRequest, RawPicture } from '../src/engine/shared/protocol';
-import { EffectedImageView, type PhotoLibrary } from '../src/screens/effected-image-view';
+import { EffectedImageView, type PhotoLibrary, type PictureDecoder } from '../src/screens/effected-image-view';
 
 export const picture = (width = 8, height = 6): RawPicture => ({ width, height, data: new ArrayBuffer(width * height * 4) });
 
@@ -58,9 +58,10 @@ export class FakeEngine {
     return this.requests.filter((r) => r.type === type) as Extract<EngineRequest, { type: T }>[];
   }
 
-  // The picture view over this engine, 100x80 points on a 200x160 canvas; stills decode to 40x30.
-  imageView(library = {} as PhotoLibrary): EffectedImageView {
+  // The picture view over this engine, 100x80 points on a 200x160 canvas; stills decode to 40x30
+  // unless `decode` says otherwise.
+  imageView(library = {} as PhotoLibrary, decode: PictureDecoder = async () => picture(40, 30)): EffectedImageView {
     const display = { layoutSize: () => ({ width: 100, height: 80 }), displaySize: () => ({ width: 200, height: 160 }), show: () => undefined };
-    return new EffectedImageView(this.client, display, library, async () => picture(40, 30));
+    return new EffectedImageView(this.client, display, library, decode);
   }
 }

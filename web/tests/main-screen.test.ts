@@ -1,10 +1,12 @@
 // The main screen's logic against a recording view, a fake camera and a fake engine: modes, the frame
-// gate, both randomise actions, the blend picker with its "Random" row, the tools by their tags, the
-// info messages and busy.
+// gate, both randomise actions, the blend picker with its "Random" row, the tools by their tags, undo
+// and redo, save and the last picture saved, the info messages and busy.
 import { afterEach, beforeEach, describe, expect, it, vi } from 'vitest';
 
 import type { Camera } from '../src/capture/camera';
+import type { FlattenLook, RawPicture } from '../src/engine/shared/protocol';
 import { setAnalyticsSink } from '../src/platform/analytics';
+import { PictureError } from '../src/platform/picture-check';
 import { PageDefaults } from '../src/platform/defaults';
 import { SettingsController } from '../src/platform/settings';
 import { MemoryStorage } from '../src/platform/storage';
@@ -33,6 +35,9 @@ let imageView: EffectedImageView;
 let vc: CameraIntefaceVC;
 let events: string[];
 let nextRandom: number;
+let decode: (file: Blob) => Promise<RawPicture>;
+let undoRedo: [boolean, boolean];
+const look: FlattenLook = { effects: ['GRABOID'], seed: '42', flicker: 9, half: false };
 
 beforeEach(() => {
   vi.useFakeTimers();
@@ -41,10 +46,12 @@ beforeEach(() => {
   nextRandom = 5;
   setAnalyticsSink({ logEvent: (name) => events.push(name) });
   // Every request finds in this one reply what it reads.
-  engine = new FakeEngine(() => ({ ok: true, picture: picture(), seed: '42', file: new Blob(['jpeg']) }));
-  ui = recordingView();
+  engine = new FakeEngine(() => ({ ok: true, picture: picture(), seed: '42', file: new Blob(['jpeg']), look }));
+  undoRedo = [false, false];
+  ui = recordingView<MainScreenView & CameraControlsView>({ setEditHistory: (u, r) => (undoRedo = [u, r]) });
   camera = new FakeCamera();
-  imageView = engine.imageView(library as unknown as PhotoLibrary);
+  decode = async () => picture(40, 30);
+  imageView = engine.imageView(library as unknown as PhotoLibrary, (file) => decode(file));
   const defaults = new PageDefaults(new MemoryStorage());
   defaults.setBool(true, 'zz.kvt.zorvex.kHasShownIntroMessageBaby'); // no tours in the way
   defaults.setBool(true, 'zz.kvt.zorvex.hasShownEditControlsKey');
@@ -108,7 +115,7 @@ describe('start, modes and the frame gate', () => {
     expect([ui.last.setBusy, ui.last.setNoDevicesLabelHidden]).toEqual([false, false]);
   });
 
-  it('loads a library picture into edit mode, and refuses a file that is none', async () => {
+  it('loads a library picture into edit mode, and says why it refuses a file', async () => {
     vc.libraryPressed();
     expect(camera.useFrameProcessingCallbacks).toBe(false);
     expect(ui.calls.presentImagePicker).toBe(1);
@@ -119,17 +126,42 @@ describe('start, modes and the frame gate', () => {
     await vc.libraryImagePicked(new File(['x'], 'cat.jpg'));
     expect([vc.mode, ui.last.setInfoText]).toEqual([Mode.edit, 'IMAGE LOADED']);
 
-    engine.answer = () => ({ ok: false });
+    const refusals: [() => Promise<RawPicture>, string][] = [
+      [() => Promise.reject(new PictureError('not a picture')), 'NOT A PICTURE'],
+      [async () => picture(4000, 15), 'TOO SMALL (AT LEAST 16 PIXELS A SIDE)'],
+      [() => Promise.reject(new PictureError('too large')), 'TOO LARGE (AT MOST 100 MEGAPIXELS)'],
+    ];
     vc.mode = Mode.photo;
-    vc.libraryPressed();
-    await vc.libraryImagePicked(new File(['x'], 'notes.txt'));
-    expect([vc.mode, ui.last.setInfoText]).toEqual([Mode.photo, "CAN'T OPEN NOTES.TXT"]);
-    expect(camera.useFrameProcessingCallbacks).toBe(true);
+    for (const [decoded, reason] of refusals) {
+      decode = decoded;
+      vc.libraryPressed();
+      await vc.libraryImagePicked(new File(['x'], 'notes.txt'));
+      expect([vc.mode, ui.last.setInfoText]).toEqual([Mode.photo, `CAN'T OPEN NOTES.TXT: ${reason}`]);
+      expect(camera.useFrameProcessingCallbacks).toBe(true);
+    }
+    // The engine refuses what it can't work on.
+    decode = async () => picture(40, 30);
+    engine.answer = () => ({ ok: false });
+    await vc.libraryImagePicked(new File(['x'], 'odd.png'));
+    expect(ui.last.setInfoText).toBe("CAN'T OPEN ODD.PNG: DAMAGED");
   });
 
   it('stacks the areas in portrait and puts them side by side when wider than high', () => {
     const axes = [[390, 844], [844, 390], [500, 500]].map(([w, h]) => (vc.sizeChanged(w!, h!), ui.last.setMainAxis));
     expect(axes).toEqual(['vertical', 'horizontal', 'vertical']);
+  });
+
+  it('clears busy once the render that serves a frame is shown, while more frames keep coming', async () => {
+    await settle();
+    engine.hold = true;
+    vc.cameraDidOutputFrame(picture(10, 10));
+    for (const width of [11, 12, 13]) {
+      vc.busy = true;
+      vc.cameraDidOutputFrame(picture(width, 10)); // before the render under way is shown
+      engine.release();
+      await settle();
+      expect(ui.last.setBusy).toBe(false);
+    }
   });
 
   it('keeps one render in flight, and the newest frame wins', async () => {
@@ -154,7 +186,6 @@ describe('tools', () => {
       [() => vc.randomParamsPressed(), 'RANDOM PARAMETERS'], // the engine logs this one
       [() => vc.sliderChanged(0.29), 'OPACITY 29%'], // 28.999... in double precision
       [() => editControls.utlityButtonAction(5), 'PREPARING IMAGE...', 'button_export'],
-      [() => vc.savePressed(), 'RENDERING', 'button_save'],
     ];
     for (const [press, message, event] of cases) {
       press();
@@ -188,7 +219,7 @@ describe('tools', () => {
     await settle();
     const renders = engine.of('render').length;
     vc.blendRowSelected(5);
-    expect(ui.last.setBlendButtonTitle).toBe('Blend:\nDifference');
+    expect([ui.last.setBlendButtonTitle, ui.last.selectBlendRow]).toEqual(['Blend:\nDifference', 5]);
     expect(vc.shouldRandomizeBlendMode).toBe(false);
     await settle();
     expect(engine.of('display').at(-1)?.state.blendIndex).toBe(5);
@@ -254,6 +285,7 @@ describe('tools', () => {
     });
     engine.hold = true;
     alert.onAction();
+    await settle();
     expect([ui.last.setInfoText, ui.last.setPictureInteraction, ui.last.setBusy]).toEqual(['FLATTENING', false, true]);
     engine.release();
     await settle();
@@ -261,19 +293,106 @@ describe('tools', () => {
     expect(events.filter((e) => e === 'button_flatten')).toHaveLength(2);
   });
 
-  it('saves through the library and says so; a failed save says nothing more', async () => {
+  it('saves through the library and says so, once however often pressed meanwhile; a failed save says nothing more', async () => {
+    engine.hold = true;
     vc.savePressed();
+    expect([ui.last.setInfoText, events.at(-1)]).toEqual(['RENDERING', 'button_save']);
+    vc.savePressed();
+    editControls.utlityButtonAction(5);
+    expect(engine.of('renderFinal')).toHaveLength(1);
+    engine.release();
     await settle();
-    expect([library.save.mock.calls.length, ui.last.setInfoText, ui.last.setBusy]).toEqual([1, 'SAVED TO PHOTOS', false]);
+    expect([library.save.mock.calls.length, library.share.mock.calls.length]).toEqual([1, 0]);
+    expect([ui.last.setInfoText, ui.last.setBusy]).toEqual(['SAVED TO PHOTOS', false]);
+    engine.hold = false;
 
     library.save.mockRejectedValueOnce(new Error('cancelled'));
     vc.savePressed();
     await settle();
-    expect(ui.last.setInfoText).toBe('RENDERING');
+    expect([ui.last.setInfoText, library.save.mock.calls.length]).toEqual(['RENDERING', 2]);
+  });
+
+  it('shows the last picture saved on the library side, and opens it in edit mode again', async () => {
+    expect(ui.last.setLastShot).toBeUndefined();
+    vc.lastShotPressed();
+    expect(vc.mode).toBe(Mode.photo);
+    vc.savePressed();
+    await settle();
+    expect(ui.last.setLastShot).toBeInstanceOf(Blob);
+    const decoded: Blob[] = [];
+    decode = async (file) => (decoded.push(file), picture(40, 30));
+    vc.lastShotPressed();
+    await settle();
+    expect([vc.mode, ui.last.setInfoText, camera.useFrameProcessingCallbacks]).toEqual([Mode.edit, 'IMAGE LOADED', false]);
+    expect(await decoded[0]?.text()).toBe('jpeg'); // the file the library was given
+  });
+
+  it('takes turns, mirrors and flattens back and does them again, back to the still as it was taken', async () => {
+    vc.cameraDidTakePhoto(new Blob(['photo']));
+    await settle();
+    expect(undoRedo).toEqual([false, false]);
+    const since = (n: number) => engine.requests.slice(n).filter((r) => r.type !== 'render' && r.type !== 'display');
+
+    editControls.utlityButtonAction(0); // a quarter turn left
+    await settle();
+    vc.blendRowSelected(5);
+    editControls.utlityButtonAction(4);
+    (ui.last.showAlert as Alert).onAction();
+    await settle();
+    editControls.utlityButtonAction(2); // mirrored left to right
+    await settle();
+    expect(undoRedo).toEqual([true, false]);
+
+    let n = engine.requests.length;
+    editControls.undoAction();
+    await settle();
+    expect(since(n)).toEqual([{ type: 'rotate', degrees: 0, mirrored: true }]);
+    expect(undoRedo).toEqual([true, true]);
+
+    // The flatten: the still again and the quarter turn; then the turn, the other way. Both asked at once.
+    n = engine.requests.length;
+    editControls.undoAction();
+    editControls.undoAction();
+    await settle();
+    expect(since(n).map((r) => r.type)).toEqual(['setOriginal', 'rotate', 'rotate']);
+    expect(since(n).slice(1)).toMatchObject([{ degrees: -90 }, { degrees: 90 }]);
+    expect(engine.of('render').at(-1)?.skipEffects).toBe(false);
+    expect([undoRedo, ui.last.setBusy]).toEqual([[false, true], false]);
+
+    // Done again: the turn, and the flatten under the look and the blend mode it ran with.
+    vc.blendRowSelected(2);
+    n = engine.requests.length;
+    vc.redoPressed();
+    vc.redoPressed();
+    await settle();
+    expect(since(n)).toMatchObject([{ type: 'rotate', degrees: -90 }, { type: 'flatten', look, state: { blendIndex: 5 } }]);
+    expect(undoRedo).toEqual([true, true]);
+    // A new step drops the one left to redo; the camera has nothing to undo.
+    editControls.utlityButtonAction(1);
+    await settle();
+    expect(undoRedo).toEqual([true, false]);
+    vc.donePressed();
+    expect(undoRedo).toEqual([false, false]);
   });
 });
 
 describe('info messages, panels and the Arrange screen', () => {
+  it('takes a message away with the mode it was given in', async () => {
+    vc.shutterPressed();
+    expect([ui.last.setInfoText, ui.last.setInfoAlpha]).toEqual(['TAKE PICTURE', 1]);
+    vc.cameraDidTakePhoto(new Blob(['p']));
+    expect(ui.last.setInfoAlpha).toBe(0);
+    await settle();
+    editControls.utlityButtonAction(5);
+    await settle();
+    expect([ui.last.setInfoText, ui.last.setInfoAlpha]).toEqual(['PREPARING IMAGE...', 1]);
+    vc.donePressed();
+    expect(ui.last.setInfoAlpha).toBe(0);
+    // A picture from the library says so in the mode it opens.
+    await vc.libraryImagePicked(new File(['x'], 'cat.jpg'));
+    expect([ui.last.setInfoText, ui.last.setInfoAlpha]).toEqual(['IMAGE LOADED', 1]);
+  });
+
   it('shows each message in capitals for three seconds, a new one restarting the time', async () => {
     vc.showInfoMessage('Image Loaded');
     expect([ui.last.setInfoText, ui.last.setInfoAlpha]).toEqual(['IMAGE LOADED', 1]);

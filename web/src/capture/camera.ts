@@ -104,6 +104,8 @@ export class Camera {
   async attemptSetup(): Promise<void> {
     const device = await this.configureSession();
     if (device) {
+      // The flip and flash buttons learn what this device offers as soon as it is known.
+      this.publishCapabilities();
       this.setFlash(this.defaults.integerForKey(this.flashModeKey));
       this.useFrameProcessingCallbacks = true;
       this.finishSetup();
@@ -241,8 +243,9 @@ export class Camera {
     this.useFrameProcessingCallbacks = true;
   }
 
+  // A device with one camera uses it as both lenses, and has nothing to flip to.
   publishCapabilities(): void {
-    const canFlip = this.frontCam !== null && this.backCam !== null;
+    const canFlip = this.frontCam !== null && this.backCam !== null && this.frontCam !== this.backCam;
     if (this.currentDevice) this.uiDelegate?.cameraCapabilitiesChanged(canFlip, this.currentDevice.hasFlash());
   }
 

@@ -6,6 +6,7 @@ import type { Camera, CameraDelegate } from '../capture/camera';
 import { blendModeCount, blendModeLabels } from '../engine/shared/blend-modes';
 import type { RawPicture } from '../engine/shared/protocol';
 import { AnalyticsHelper } from '../platform/analytics';
+import { problemText } from '../platform/picture-check';
 import type { SettingsController } from '../platform/settings';
 import {
   UtlityFunction,
@@ -45,6 +46,8 @@ export interface MainScreenView {
   setBlendButtonTitle(title: string): void;
   setButtonTitles(titles: { randomEffects: string; randomParams: string; blend: string; effectsArrange: string }): void;
   setPictureInteraction(enabled: boolean): void;
+  // Whether the edits of the still can be taken back, and done again.
+  setEditHistory(canUndo: boolean, canRedo: boolean): void;
   setMainAxis(axis: Axis, bottomSize: number): void;
   presentImagePicker(): void;
   dismissImagePicker(): void;
@@ -110,6 +113,10 @@ export class CameraIntefaceVC
   private busyValue = false;
   private blendModeTextValue = 'Blend:\nNormal';
   private infoMessageTimer: ReturnType<typeof setTimeout> | null = null;
+  // The mode the message on show was given in; leaving that mode takes it away.
+  private infoMessageMode: Mode | null = null;
+  // A final render for save or export is under way: further presses of either do nothing.
+  private finalInFlight = false;
   private readonly hooks: MainScreenHooks;
   private readonly log: (line: string) => void;
 
@@ -231,6 +238,8 @@ export class CameraIntefaceVC
   setMode(mode: Mode): void {
     this.mode = mode;
     this.view.slideControls(mode);
+    if (this.infoMessageMode !== null && this.infoMessageMode !== mode) this.hideInfoMessage();
+    this.showEditHistory();
     const settings = this.parts.settings;
     setTimeout(() => {
       if (mode === Mode.edit && !settings.hasShownEditControls()) {
@@ -283,18 +292,16 @@ export class CameraIntefaceVC
   }
 
   // A file from the picker. Anything but a picture the engine can take leaves photo mode as it was,
-  // and says so.
+  // and says why.
   async libraryImagePicked(file: File | null): Promise<void> {
     if (!file) return;
-    let ok = false;
-    try {
-      ok = await this.effectedImageView.setOriginalStill(file);
-    } catch (error) {
+    const problem = await this.effectedImageView.setOriginalStill(file).catch((error: unknown) => {
       this.log(`${file.name} could not be read: ${String(error)}`);
-    }
-    if (!ok) {
+      return 'damaged' as const;
+    });
+    if (problem) {
       this.view.dismissImagePicker();
-      this.showInfoMessage(`Can't open ${file.name}`);
+      this.showInfoMessage(`Can't open ${file.name}: ${problemText(problem)}`);
       if (this.mode === Mode.photo && this.camera) this.camera.useFrameProcessingCallbacks = true;
       return;
     }
@@ -302,6 +309,15 @@ export class CameraIntefaceVC
     this.setMode(Mode.edit);
     this.view.dismissImagePicker();
     this.showInfoMessage('Image Loaded');
+  }
+
+  // The thumbnail of the last picture saved: that picture opens in edit mode again.
+  openLastShot(): void {
+    const file = this.effectedImageView.lastSavedFile;
+    if (!file || this.mode !== Mode.photo) return;
+    AnalyticsHelper.logButton('lastShot');
+    if (this.camera) this.camera.useFrameProcessingCallbacks = false;
+    void this.libraryImagePicked(new File([file], 'the last picture', { type: file.type }));
   }
 
   imagePickerControllerDidCancel(): void {
@@ -312,11 +328,16 @@ export class CameraIntefaceVC
   showInfoMessage(text: string): void {
     this.view.setInfoText(text.toUpperCase());
     this.view.setInfoAlpha(1);
+    this.infoMessageMode = this.mode;
     if (this.infoMessageTimer !== null) clearTimeout(this.infoMessageTimer);
-    this.infoMessageTimer = setTimeout(() => {
-      this.view.setInfoAlpha(0);
-      this.infoMessageTimer = null;
-    }, kInfoMessageSeconds * 1000);
+    this.infoMessageTimer = setTimeout(() => this.hideInfoMessage(), kInfoMessageSeconds * 1000);
+  }
+
+  private hideInfoMessage(): void {
+    this.view.setInfoAlpha(0);
+    this.infoMessageMode = null;
+    if (this.infoMessageTimer !== null) clearTimeout(this.infoMessageTimer);
+    this.infoMessageTimer = null;
   }
 
   // ----- Camera delegate -----
@@ -336,7 +357,10 @@ export class CameraIntefaceVC
     }
     this.setMode(Mode.edit);
     void this.effectedImageView.setOriginalStill(photo).then(
-      (ok) => (ok ? this.renderInBackground() : undefined),
+      (problem) => {
+        this.showEditHistory();
+        return problem ? this.log(`The photo can't be opened: ${problemText(problem)}`) : this.renderInBackground();
+      },
       (error: unknown) => this.log(`The photo could not be read: ${String(error)}`),
     );
   }
@@ -362,6 +386,9 @@ export class CameraIntefaceVC
   libraryPressed(): void {
     this.openLibrary();
   }
+  lastShotPressed(): void {
+    this.openLastShot();
+  }
   donePressed(): void {
     this.backToCamera();
   }
@@ -376,6 +403,12 @@ export class CameraIntefaceVC
   }
   utilityPressed(fn: UtlityFunction, sender: unknown): void {
     void this.runUtility(fn, sender);
+  }
+  undoPressed(): void {
+    void this.undoEdit();
+  }
+  redoPressed(): void {
+    void this.redoEdit();
   }
 
   showEffectsArrage(): void {
@@ -444,6 +477,7 @@ export class CameraIntefaceVC
     }
     this.busy = true;
     this.shouldRandomizeBlendMode = false;
+    this.view.selectBlendRow(row);
     this.blendModeText = `Blend:\n${blendModeLabels[row]}`;
     this.effectedImageView.setBlendMode(row, true);
     void this.effectedImageView.redraw().then(() => (this.busy = false));
@@ -497,14 +531,19 @@ export class CameraIntefaceVC
     this.busy = false;
     this.showInfoMessage('Effects flattened');
     this.setPictureInteraction(true);
+    this.showEditHistory();
   }
 
+  // Save and export each render the final at full size; a press while one is under way does nothing.
   saveImage(): void {
+    if (this.finalInFlight) return;
+    this.finalInFlight = true;
     AnalyticsHelper.logButton('save');
     this.busy = true;
     this.showInfoMessage('Rendering');
     this.setPictureInteraction(true);
-    void this.effectedImageView.saveToPhotos().then(() => {
+    void this.effectedImageView.saveToPhotos().finally(() => {
+      this.finalInFlight = false;
       this.setPictureInteraction(true);
       this.busy = false;
     });
@@ -513,6 +552,32 @@ export class CameraIntefaceVC
   imageDidSave(): void {
     this.busy = false;
     this.showInfoMessage('Saved to photos');
+    this.cameraControlsVC?.showLastShot(this.effectedImageView.lastSavedFile);
+  }
+
+  // The last turn, mirror or flatten taken back, or done again; the picture is rendered anew.
+  async undoEdit(): Promise<void> {
+    if (this.mode !== Mode.edit || !this.effectedImageView.history.canUndo) return;
+    AnalyticsHelper.logButton('undo');
+    await this.afterEdit(this.effectedImageView.undo());
+  }
+  async redoEdit(): Promise<void> {
+    if (this.mode !== Mode.edit || !this.effectedImageView.history.canRedo) return;
+    AnalyticsHelper.logButton('redo');
+    await this.afterEdit(this.effectedImageView.redo());
+  }
+
+  private async afterEdit(done: Promise<boolean>): Promise<void> {
+    this.busy = true;
+    if (await done) await this.renderInBackground();
+    else this.busy = false;
+    this.showEditHistory();
+  }
+
+  private showEditHistory(): void {
+    const history = this.effectedImageView.history;
+    const edit = this.mode === Mode.edit;
+    this.view.setEditHistory(edit && history.canUndo, edit && history.canRedo);
   }
 
   async runUtility(fn: UtlityFunction, _sender: unknown): Promise<void> {
@@ -534,10 +599,12 @@ export class CameraIntefaceVC
         this.promptFlatten();
         return;
       case UtlityFunction.export:
+        if (this.finalInFlight) return;
+        this.finalInFlight = true;
         AnalyticsHelper.logButton('export');
         this.showInfoMessage('Preparing image...');
         this.busy = true;
-        await this.effectedImageView.export();
+        await this.effectedImageView.export().finally(() => (this.finalInFlight = false));
         this.busy = false;
         return;
     }
@@ -547,7 +614,9 @@ export class CameraIntefaceVC
   async rotateBaseImage(degrees: number, mirrored: boolean): Promise<void> {
     this.busy = true;
     if (!this.effectedImageView.hasOriginal) return;
-    if (await this.effectedImageView.rotateBaseImage(degrees, mirrored)) await this.renderInBackground();
+    const turned = await this.effectedImageView.rotateBaseImage(degrees, mirrored);
+    this.showEditHistory();
+    if (turned) await this.renderInBackground();
   }
 
   private setPictureInteraction(enabled: boolean): void {

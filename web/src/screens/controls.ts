@@ -10,6 +10,8 @@ export interface CameraControlsDelegate {
   libraryPressed(): void;
   randomEffectsPressed(): void;
   randomParamsPressed(): void;
+  // The thumbnail of the last picture saved.
+  lastShotPressed(): void;
 }
 
 export interface CameraControlsView {
@@ -17,6 +19,8 @@ export interface CameraControlsView {
   setFlashEnabled(enabled: boolean): void;
   setFlashImage(image: string): void;
   setNoDevicesLabelHidden(hidden: boolean): void;
+  // The thumbnail of the last picture saved in this session, or none.
+  setLastShot(file: Blob | null): void;
 }
 
 // The flash button's picture for each flash mode.
@@ -42,6 +46,10 @@ export class CameraControlsVC implements CameraUIDelegate {
     this.view.setNoDevicesLabelHidden(hidden);
   }
 
+  showLastShot(file: Blob | null): void {
+    this.view.setLastShot(file);
+  }
+
   shutterAction(): void {
     this.delagate?.shutterPressed();
   }
@@ -60,6 +68,9 @@ export class CameraControlsVC implements CameraUIDelegate {
   randomParamsAction(): void {
     this.delagate?.randomParamsPressed();
   }
+  lastShotAction(): void {
+    this.delagate?.lastShotPressed();
+  }
 }
 
 export enum UtlityFunction {
@@ -77,6 +88,9 @@ export interface EditControlsDelegate {
   randomParamsPressed(): void;
   utilityPressed(fn: UtlityFunction, sender: unknown): void;
   donePressed(): void;
+  // The last turn, mirror or flatten taken back, or done again.
+  undoPressed(): void;
+  redoPressed(): void;
 }
 
 export class EditControlsVC {
@@ -99,6 +113,12 @@ export class EditControlsVC {
   }
   doneAction(): void {
     this.target.donePressed();
+  }
+  undoAction(): void {
+    this.target.undoPressed();
+  }
+  redoAction(): void {
+    this.target.redoPressed();
   }
   // The six tool buttons share this action; the button's tag names the function.
   utlityButtonAction(tag: number, sender: unknown = null): void {

@@ -6,6 +6,8 @@
 // it is remembered once, and when the one in flight is shown it runs with the newest frame.
 import { EngineRestarted, type EngineClient } from '../engine/client/engine-client';
 import type { RawPicture, Size, ViewState } from '../engine/shared/protocol';
+import { PictureError, sizeProblem, type PictureProblem } from '../platform/picture-check';
+import { EditHistory, type EditStep } from './edit-history';
 
 export interface PictureDisplay {
   // The view's size in points (CSS pixels).
@@ -26,7 +28,7 @@ export interface EffectedImageViewDelegate {
   imageDidSave(): void;
 }
 
-// A decoded still, upright.
+// A decoded still, upright. Throws a PictureError when the file is no picture that can be worked on.
 export type PictureDecoder = (file: Blob) => Promise<RawPicture>;
 
 export class EffectedImageView {
@@ -37,14 +39,21 @@ export class EffectedImageView {
   delegate: EffectedImageViewDelegate | null = null;
   hasOriginal = false;
   controlSeed: string | null = null;
+  // The turns, mirrors and flattens of the still being edited, which can be taken back.
+  readonly history = new EditHistory();
+  // The last picture handed to the photos in this session.
+  lastSavedFile: Blob | null = null;
 
   private layerAlphaValue = 1;
   private pendingFrame: RawPicture | null = null;
   private again: { skipEffects: boolean } | null = null;
-  private idleWaiters: (() => void)[] = [];
+  // Callers of render waiting for the pass that serves them.
+  private waiting: { resolve: () => void; reject: (error: unknown) => void }[] = [];
   private displayInFlight = false;
   private displayAgain = false;
   private still: Blob | null = null;
+  // The edits of the still run one after the other: one may have to wait for a picture to decode.
+  private edits: Promise<unknown> = Promise.resolve();
 
   constructor(
     private readonly engine: EngineClient,
@@ -78,27 +87,43 @@ export class EffectedImageView {
   setOriginalFrame(frame: RawPicture): void {
     this.pendingFrame = frame;
     this.still = null;
+    this.history.clear();
     this.hasOriginal = true;
   }
 
-  // A still (a photo or a chosen picture) becomes the base, drawn upright. False when it is no picture
-  // the engine can work on.
-  async setOriginalStill(file: Blob): Promise<boolean> {
-    const picture = await this.decode(file);
+  // A still (a photo or a chosen picture) becomes the base, drawn upright, with nothing to take back.
+  // Null when done, else why it can't be worked on.
+  async setOriginalStill(file: Blob): Promise<PictureProblem | null> {
+    const problem = await this.loadStill(file);
+    if (problem) return problem;
+    this.still = file;
+    this.history.clear();
+    this.hasOriginal = true;
+    return null;
+  }
+
+  private async loadStill(file: Blob): Promise<PictureProblem | null> {
+    let picture: RawPicture;
+    try {
+      picture = await this.decode(file);
+    } catch (error) {
+      if (error instanceof PictureError) return error.problem;
+      throw error;
+    }
+    const problem = sizeProblem(picture.width, picture.height);
+    if (problem) return problem;
     this.pendingFrame = null;
     const reply = await this.engine.request(
       { type: 'setOriginal', picture, orientation: 0, correct: true },
       [picture.data],
     );
-    if (!reply.ok) return false;
-    this.still = file;
-    this.hasOriginal = true;
-    return true;
+    return reply.ok ? null : 'damaged';
   }
 
   clearImages(): void {
     this.pendingFrame = null;
     this.still = null;
+    this.history.clear();
     this.hasOriginal = false;
     void this.engine.request({ type: 'setOriginal', picture: null, orientation: 0, correct: false }).catch(() => undefined);
   }
@@ -113,35 +138,51 @@ export class EffectedImageView {
     };
   }
 
-  // A preview render, or (skipEffects) a new layout and display of the last effected picture.
-  async render(skipEffects: boolean): Promise<void> {
+  // A preview render, or (skipEffects) a new layout and display of the last effected picture. Settles
+  // once a pass that started after this call is on screen: a call made while a pass is under way is
+  // served by the next one, which takes the newest frame, so a steady stream of frames never keeps an
+  // earlier caller waiting.
+  render(skipEffects: boolean): Promise<void> {
+    const served = new Promise<void>((resolve, reject) => this.waiting.push({ resolve, reject }));
     if (this.isDrawing) {
       this.again = { skipEffects: (this.again?.skipEffects ?? true) && skipEffects };
-      return new Promise((resolve) => this.idleWaiters.push(resolve));
+    } else {
+      void this.drawPasses(skipEffects);
     }
+    return served;
+  }
+
+  private async drawPasses(skipEffects: boolean): Promise<void> {
     this.isDrawing = true;
+    let skip = skipEffects;
     try {
-      let skip = skipEffects;
       for (;;) {
+        const served = this.waiting;
+        this.waiting = [];
         const frame = this.pendingFrame;
         this.pendingFrame = null;
-        const reply = await this.engine.request(
-          { type: 'render', state: this.state(), skipEffects: skip, frame },
-          frame ? [frame.data] : [],
-        );
-        if (reply.picture) this.view.show(reply.picture);
+        try {
+          const reply = await this.engine.request(
+            { type: 'render', state: this.state(), skipEffects: skip, frame },
+            frame ? [frame.data] : [],
+          );
+          if (reply.picture) this.view.show(reply.picture);
+          served.forEach((w) => w.resolve());
+        } catch (error) {
+          // A new engine is given the picture again (restore); anything else is the callers' fault to see.
+          served.forEach((w) => (error instanceof EngineRestarted ? w.resolve() : w.reject(error)));
+          break;
+        }
         if (!this.again) break;
         skip = this.again.skipEffects;
         this.again = null;
       }
-    } catch (error) {
-      this.failed(error);
     } finally {
       this.isDrawing = false;
       this.again = null;
-      const waiters = this.idleWaiters;
-      this.idleWaiters = [];
-      waiters.forEach((w) => w());
+      const left = this.waiting;
+      this.waiting = [];
+      left.forEach((w) => w.resolve());
     }
   }
 
@@ -188,27 +229,72 @@ export class EffectedImageView {
   }
 
   // The base turned (and mirrored); false without a base.
-  async rotateBaseImage(degrees: number, mirrored: boolean): Promise<boolean> {
-    if (!this.hasOriginal) return false;
-    try {
-      const reply = await this.engine.request({ type: 'rotate', degrees, mirrored });
-      return reply.ok;
-    } catch (error) {
-      this.failed(error);
-      return false;
-    }
+  rotateBaseImage(degrees: number, mirrored: boolean): Promise<boolean> {
+    if (!this.hasOriginal) return Promise.resolve(false);
+    return this.edit(async () => {
+      const step: EditStep = { kind: 'turn', degrees, mirrored };
+      const ok = await this.apply(step);
+      if (ok) this.history.record(step);
+      return ok;
+    });
   }
 
   // The composed final becomes the new base, and is shown.
-  async flatten(): Promise<boolean> {
-    try {
-      const reply = await this.engine.request({ type: 'flatten', state: this.state() });
+  flatten(): Promise<boolean> {
+    return this.edit(async () => {
+      const state = this.state();
+      const reply = await this.engine.request({ type: 'flatten', state });
       if (reply.picture) this.view.show(reply.picture);
+      if (reply.ok && reply.look) this.history.record({ kind: 'flatten', look: reply.look, blendIndex: state.blendIndex, alpha: state.alpha });
       return reply.ok;
-    } catch (error) {
+    });
+  }
+
+  // Takes the last turn, mirror or flatten back; false when there is none or it could not be done. The
+  // caller renders afterwards.
+  undo(): Promise<boolean> {
+    return this.edit(async () => {
+      const plan = this.history.undoPlan();
+      if (!plan) return false;
+      const ok = plan.kind === 'turn' ? await this.apply(plan.step) : await this.replay(plan.steps);
+      if (ok) this.history.stepBack();
+      return ok;
+    });
+  }
+
+  // Makes the last step taken back again. The caller renders afterwards.
+  redo(): Promise<boolean> {
+    return this.edit(async () => {
+      const step = this.history.redoStep();
+      if (!step) return false;
+      const ok = await this.apply(step);
+      if (ok) this.history.stepForward();
+      return ok;
+    });
+  }
+
+  // Runs one edit after those asked for before it; false when the engine stopped meanwhile.
+  private edit(body: () => Promise<boolean>): Promise<boolean> {
+    const run = this.edits.then(body).catch((error: unknown) => {
       this.failed(error);
       return false;
-    }
+    });
+    this.edits = run.catch(() => undefined);
+    return run;
+  }
+
+  // One step on the base as it stands.
+  private async apply(step: EditStep): Promise<boolean> {
+    if (step.kind === 'turn') return (await this.engine.request({ type: 'rotate', degrees: step.degrees, mirrored: step.mirrored })).ok;
+    const state = { ...this.state(), blendIndex: step.blendIndex, alpha: step.alpha, hideEffects: false };
+    return (await this.engine.request({ type: 'flatten', state, look: step.look })).ok;
+  }
+
+  // The still as it was taken, then `steps`.
+  private async replay(steps: readonly EditStep[]): Promise<boolean> {
+    if (!this.still || (await this.loadStill(this.still))) return false;
+    for (const step of steps) if (!(await this.apply(step))) return false;
+    return true;
   }
 
   // The final at full size (or half by the save quality) as a JPEG file; null on failure.
@@ -232,6 +318,7 @@ export class EffectedImageView {
       console.log(`Image save error ${error instanceof Error ? error.message : String(error)}`);
       return;
     }
+    this.lastSavedFile = file;
     this.delegate?.imageDidSave();
   }
 
@@ -241,11 +328,11 @@ export class EffectedImageView {
     await this.library.share(file, pictureName()).catch((error: unknown) => console.log(`Export: ${String(error)}`));
   }
 
-  // A new engine took over: it gets the controls and the still again (as it was loaded: turns and
-  // flattens made since are lost with the old engine), and the picture is shown anew.
+  // A new engine took over: it gets the controls, and the still with the edits made on it, again, and
+  // the picture is shown anew.
   async restore(): Promise<void> {
     if (this.controlSeed) await this.engine.request({ type: 'setControlSeed', seed: this.controlSeed });
-    if (this.still) await this.setOriginalStill(this.still);
+    if (this.still) await this.replay(this.history.applied);
     await this.render(false);
   }
 

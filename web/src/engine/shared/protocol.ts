@@ -40,7 +40,9 @@ export type EngineRequest =
   // How many kernels have run since the engine started, and the base's size.
   | { type: 'status' }
   | { type: 'rotate'; degrees: number; mirrored: boolean }
-  | { type: 'flatten'; state: ViewState }
+  // The composed final becomes the base. With a look, the flatten runs under it (as it once ran)
+  // instead of under the list and the controls of now.
+  | { type: 'flatten'; state: ViewState; look?: FlattenLook }
   | { type: 'renderFinal'; state: ViewState; mimeType: string; quality: number }
   | { type: 'crash' };
 
@@ -55,6 +57,16 @@ export type EffectEdit =
   | { op: 'remove'; row: number; name: string }
   | { op: 'savePreset'; name: string }
   | { op: 'randomize' };
+
+// What a flatten ran under besides the composition, so that it can be made again to the pixel: the
+// effects in running order (presets opened up), the seed of the controls, the seed of the draws of the
+// effects that flicker, and whether it ran at half size.
+export interface FlattenLook {
+  effects: string[];
+  seed: string;
+  flicker: number;
+  half: boolean;
+}
 
 export interface EffectRow {
   name: string;
@@ -75,7 +87,7 @@ export interface Replies {
   effects: { rows: EffectRow[] };
   status: { kernelsRun: number; originalWidth: number; originalHeight: number };
   rotate: { ok: boolean };
-  flatten: { ok: boolean; picture: RawPicture | null };
+  flatten: { ok: boolean; picture: RawPicture | null; look: FlattenLook | null };
   // The final as an encoded file where the Worker can encode, else as pixels.
   renderFinal: { file: Blob | null; picture: RawPicture | null };
   crash: Record<string, never>;

@@ -7,6 +7,7 @@ import type {
   EffectEdit,
   EffectRow,
   EngineRequest,
+  FlattenLook,
   RawPicture,
   Replies,
   ViewState,
@@ -125,8 +126,18 @@ export class EngineCore {
       case 'flatten': {
         this.apply(request.state);
         this.openGate(request.state);
+        const look = request.look;
+        if (look) {
+          const seed = BigInt(look.seed);
+          const ok =
+            this.withString(look.effects.join('\n'), (names) =>
+              m._zv_flatten_under(names, Number(seed >> 32n), Number(seed & 0xffffffffn), look.flicker >>> 0, look.half ? 1 : 0),
+            ) === 1;
+          return { ok, picture: this.display(request.state), look: ok ? look : null };
+        }
         const ok = m._zv_flatten() === 1;
-        return { ok, picture: this.display(request.state) };
+        const made = ok ? (JSON.parse(m.UTF8ToString(m._zv_last_look_json())) as FlattenLook) : null;
+        return { ok, picture: this.display(request.state), look: made };
       }
       case 'renderFinal': {
         this.apply(request.state);

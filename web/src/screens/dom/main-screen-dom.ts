@@ -65,6 +65,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private readonly activity = element<HTMLElement>('activity');
   private readonly bottomControls = element<HTMLElement>('bottom-controls');
   private readonly blendHolder = element<HTMLElement>('blend-picker-holder');
+  private readonly blendBackdrop = element<HTMLElement>('blend-backdrop');
   private readonly blendPicker = element<HTMLElement>('blend-picker');
   private readonly blendButton = element<HTMLButtonElement>('blend');
   private readonly picker = element<HTMLInputElement>('image-picker');
@@ -72,6 +73,10 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private readonly flipButton = element<HTMLButtonElement>('flip');
   private readonly flashButton = element<HTMLButtonElement>('flash');
   private readonly noDevices = element<HTMLElement>('no-devices');
+  private readonly lastShot = element<HTMLButtonElement>('last-shot');
+  private readonly undoButton = element<HTMLButtonElement>('undo');
+  private readonly redoButton = element<HTMLButtonElement>('redo');
+  private lastShotFile: Blob | null = null;
   readonly canvas = element<HTMLCanvasElement>('picture');
   readonly picture = new PictureCanvas(this.canvas);
   private alertAction: (() => void) | null = null;
@@ -83,6 +88,8 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     this.flipButton.innerHTML = icons.flip;
     this.flashButton.innerHTML = icons.flash_auto;
     element('done').innerHTML = icons.done;
+    this.undoButton.innerHTML = icons.undo;
+    this.redoButton.innerHTML = icons.redo;
     element('blend-close').innerHTML = icons.close;
     const utility = [icons.rotateLeft, icons.rotateRight, icons.flipH, icons.flipV, icons.flatten, icons.export];
     document.querySelectorAll<HTMLButtonElement>('.utility').forEach((b) => (b.innerHTML = utility[Number(b.dataset.tag)] ?? ''));
@@ -112,6 +119,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     this.blendHolder.classList.toggle('open', open);
     this.blendHolder.setAttribute('aria-hidden', String(!open));
     this.blendHolder.inert = !open;
+    this.blendBackdrop.hidden = !open;
     if (open) this.blendRows[this.selectedRow]?.focus();
   }
   setBlendPickerRows(rows: readonly string[]): void {
@@ -131,6 +139,26 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     this.selectedRow = row;
     this.blendRows.forEach((b, i) => b.setAttribute('aria-selected', String(i === row)));
   }
+  private get blendOpen(): boolean {
+    return this.blendHolder.classList.contains('open');
+  }
+  // Arrow keys in the open panel: left and right one row, up and down one line of its grid.
+  private moveInBlendPicker(key: string): boolean {
+    const rows = this.blendRows;
+    const focused = rows.indexOf(document.activeElement as HTMLButtonElement);
+    const from = focused >= 0 ? focused : this.selectedRow;
+    const top = rows[0]?.offsetTop;
+    const columns = Math.max(1, rows.filter((b) => b.offsetTop === top).length);
+    const steps: Record<string, number> = { ArrowLeft: -1, ArrowRight: 1, ArrowUp: -columns, ArrowDown: columns };
+    let to: number;
+    if (key === 'Home') to = 0;
+    else if (key === 'End') to = rows.length - 1;
+    else if (key in steps) to = Math.min(rows.length - 1, Math.max(0, from + steps[key]!));
+    else return false;
+    rows[to]?.focus();
+    rows[to]?.scrollIntoView({ block: 'nearest' });
+    return true;
+  }
   setBlendButtonTitle(title: string): void {
     this.blendButton.textContent = title;
   }
@@ -142,6 +170,10 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   }
   setPictureInteraction(enabled: boolean): void {
     this.canvas.classList.toggle('no-touch', !enabled);
+  }
+  setEditHistory(canUndo: boolean, canRedo: boolean): void {
+    this.undoButton.disabled = !canUndo;
+    this.redoButton.disabled = !canRedo;
   }
   setMainAxis(axis: Axis, bottomSize: number): void {
     this.main.classList.toggle('vertical', axis === 'vertical');
@@ -197,6 +229,27 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   setNoDevicesLabelHidden(hidden: boolean): void {
     this.noDevices.hidden = hidden;
   }
+  // A small copy of the picture, drawn once, on the button.
+  setLastShot(file: Blob | null): void {
+    this.lastShotFile = file;
+    this.lastShot.hidden = file === null;
+    if (!file) return;
+    const side = Math.round(48 * (window.devicePixelRatio || 1));
+    void createImageBitmap(file).then(
+      async (full) => {
+        const scale = side / Math.min(full.width, full.height);
+        const small = await createImageBitmap(full, { resizeWidth: Math.max(1, Math.round(full.width * scale)), resizeHeight: Math.max(1, Math.round(full.height * scale)), resizeQuality: 'medium' });
+        full.close();
+        if (this.lastShotFile !== file) return small.close();
+        const canvas = document.createElement('canvas');
+        canvas.width = canvas.height = side;
+        canvas.getContext('2d')?.drawImage(small, (side - small.width) / 2, (side - small.height) / 2);
+        small.close();
+        this.lastShot.replaceChildren(canvas);
+      },
+      (error: unknown) => console.log(`No thumbnail of the last picture: ${String(error)}`),
+    );
+  }
 
   // ----- Events -----
 
@@ -211,14 +264,23 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     on('flip', () => cameraControls.flipAction());
     on('flash', () => cameraControls.flashAction());
     on('library', () => cameraControls.libraryAction());
+    on('last-shot', () => cameraControls.lastShotAction());
     on('done', () => editControls.doneAction());
+    on('undo', () => editControls.undoAction());
+    on('redo', () => editControls.redoAction());
     on('save', () => editControls.saveAction());
+    on('reload', () => location.reload());
     document.querySelectorAll<HTMLButtonElement>('.utility').forEach((b) =>
       b.addEventListener('click', () => editControls.utlityButtonAction(Number(b.dataset.tag), b)),
     );
     this.blendPicker.addEventListener('click', (event) => {
       const row = (event.target as HTMLElement).closest<HTMLElement>('.blend-row');
       if (row) vc.blendRowSelected(Number(row.dataset.row));
+    });
+    // A tap beside the open blend panel closes it, and does nothing else.
+    this.blendBackdrop.addEventListener('pointerdown', (event) => {
+      event.preventDefault();
+      vc.closeBlendModes();
     });
     on('alert-action', () => this.closeAlert(true));
     on('alert-cancel', () => this.closeAlert(false));
@@ -240,27 +302,48 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     this.canvas.addEventListener('contextmenu', (event) => event.preventDefault());
 
     document.addEventListener('keydown', (event) => this.key(event, vc));
+    // A button pressed with a pointer keeps no focus, so that no ring is left on it and the keys that
+    // follow go to the screen; pressed from the keyboard, it keeps it.
+    document.addEventListener('click', (event) => {
+      const button = (event.target as HTMLElement | null)?.closest('button');
+      if (event.detail > 0 && button && document.activeElement === button) button.blur();
+    });
   }
 
   private key(event: KeyboardEvent, vc: CameraIntefaceVC): void {
     // Covered by another screen, this one takes no keys.
-    if (event.ctrlKey || event.metaKey || event.altKey || event.repeat || this.main.inert) return;
+    if (this.main.inert) return;
     if (this.alertShown) {
       if (event.key === 'Escape') this.closeAlert(false);
       return;
     }
-    const target = event.target as HTMLElement | null;
-    const typing = target?.closest('button, input, select, textarea') !== null && target !== document.body;
-    const blendOpen = this.blendHolder.classList.contains('open');
+    // Typing in a text field is typing.
+    if (isTextField(event.target)) return;
     const mode = this.main.dataset.mode === 'edit' ? Mode.edit : Mode.photo;
+    const command = event.ctrlKey || event.metaKey;
+    if (command && !event.altKey) {
+      const key = event.key.toLowerCase();
+      if (mode !== Mode.edit || (key !== 'z' && key !== 'y')) return;
+      if (key === 'y' || event.shiftKey) vc.redoPressed();
+      else vc.undoPressed();
+      event.preventDefault();
+      return;
+    }
+    if (command || event.altKey) return;
+    if (this.blendOpen && this.moveInBlendPicker(event.key)) {
+      event.preventDefault();
+      return;
+    }
+    if (event.repeat) return;
     switch (event.key) {
       case 'Escape':
-        if (blendOpen) vc.closeBlendModes();
+        if (this.blendOpen) vc.closeBlendModes();
         else if (mode === Mode.edit) vc.donePressed();
         else return;
         break;
       case ' ':
-        if (typing || mode !== Mode.photo) return;
+        // The shutter, even with a button in focus (Enter still presses that one).
+        if (mode !== Mode.photo) return;
         vc.shutterPressed();
         break;
       case 'e':
@@ -277,7 +360,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
         break;
       case 'b':
       case 'B':
-        if (blendOpen) vc.closeBlendModes();
+        if (this.blendOpen) vc.closeBlendModes();
         else vc.blendAction();
         break;
       case 'l':
@@ -295,4 +378,11 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     }
     event.preventDefault();
   }
+}
+
+// Whether keys typed at `target` are text: a field for text (not a slider, a box or a button).
+function isTextField(target: EventTarget | null): boolean {
+  if (!(target instanceof HTMLElement)) return false;
+  if (target.isContentEditable || target instanceof HTMLTextAreaElement || target instanceof HTMLSelectElement) return true;
+  return target instanceof HTMLInputElement && !['range', 'checkbox', 'radio', 'button', 'submit', 'reset', 'file', 'color'].includes(target.type);
 }
