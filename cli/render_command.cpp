@@ -40,6 +40,7 @@ struct RenderOptions {
   double rotate = 0;    // degrees: -90 for left, 90 for right
   int mirror = 0;       // 0 none, 'h' left to right, 'v' top to bottom
   int64_t flatten = 0;  // times, before the final render
+  bool quiet = false;   // nothing on standard error but errors
 };
 
 std::string trim(const std::string& s) {
@@ -109,10 +110,11 @@ int parse(int argc, char** argv, RenderOptions& o) {
             {"--output", "--effects", "--controls", "--seed", "--blend", "--alpha", "--width", "--defaults", "--rotate",
              "--mirror", "--flatten"},
             {"--half", "--full", "--effected-only", "--sample", "--quiet"}, {{"-o", "--output"}, {"-q", "--quiet"}});
+  if (args.wantsHelp()) return commandHelp("render");
   std::string error = args.error();
   auto usage = [&](const std::string& message) {
     complain(message);
-    std::fprintf(stderr, "usage: zorvex render IN -o OUT [options]; see zorvex help\n");
+    std::fprintf(stderr, "usage: zorvex render IN -o OUT [options]; see zorvex render --help\n");
     return kExitUsage;
   };
   if (!error.empty()) return usage(error);
@@ -146,7 +148,7 @@ int parse(int argc, char** argv, RenderOptions& o) {
       o.controls = rollControls(seed);
     } else {
       RolledControls rolled = randomizeControls();
-      std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(rolled.seed));
+      if (!args.has("--quiet")) std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(rolled.seed));
       o.controls = std::move(rolled.values);
     }
   }
@@ -177,7 +179,8 @@ int parse(int argc, char** argv, RenderOptions& o) {
   }
   if (auto f = args.value("--flatten"); f && !parseInt("--flatten", *f, 0, 100, o.flatten, error)) return usage(error);
   if (o.flatten && o.width) return usage("--flatten works on the full picture; it can't go with --width");
-  if (args.has("--quiet")) native::installLinuxPlatform().setQuiet(true);
+  applyVerbosity(args);
+  o.quiet = args.has("--quiet");
   return -1;
 }
 
@@ -252,7 +255,7 @@ int renderCommand(int argc, char** argv) {
     complain("the render size " + std::to_string(w) + "x" + std::to_string(h) + " has no pixels");
     return kExitFailure;
   }
-  const bool showProgress = isatty(STDERR_FILENO) && w * h >= 4'000'000;
+  const bool showProgress = isatty(STDERR_FILENO) && !o.quiet && w * h >= 4'000'000;
   int64_t pass = 0;
   const int64_t passes = o.flatten + 1;
   if (showProgress) {
