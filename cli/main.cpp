@@ -14,7 +14,7 @@ namespace {
 constexpr const char* kOverview = R"(zorvex: a glitch-art camera's effect stack on the command line
 
 usage:
-  zorvex render IN -o OUT [options]     run the effect stack on a picture
+  zorvex render IN... -o OUT [options]  run the effect stack on pictures
   zorvex effects [ACTION]               list or change the stored effect list
   zorvex settings [ACTION]              show or change the stored settings
   zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
@@ -44,6 +44,7 @@ analytics events are appended to FILE as JSON lines.
 
 constexpr const char* kRenderUsage = R"(
 usage: zorvex render IN -o OUT [options]
+       zorvex render IN... -o FOLDER|PATTERN [options]
 Runs the effect stack on the picture IN and writes the composed picture OUT.
   -o, --output OUT        the picture to write: .png, .jpg or .jpeg
   --effects "A,B,..."     effect names in running order (default: the stored
@@ -69,6 +70,16 @@ Runs the effect stack on the picture IN and writes the composed picture OUT.
   --sample                use the built-in sample picture instead of IN
 IN is a PNG or JPEG; a JPEG's orientation tag is honoured. Pictures must be at
 least 16 pixels on each side.
+
+A batch: several inputs, or a folder (its pictures, by name), all rendered with
+the same look, each written into FOLDER (made if missing; one that exists, or a
+name ending in /) under its own name, or to PATTERN, in which {name} is the
+input's name without its extension, {ext} its extension and {n} its number from
+1. A bad file is told at the end and the others are written (exit status 1 if
+any failed); Ctrl-C leaves no half-written file.
+  -j, --jobs N            pictures rendered at once (default: the cores)
+  --seed-each             each file its own roll of the controls (from --seed N:
+                          N, N+1, ...; else fresh), printed as "IN: seed N"
 )";
 
 constexpr const char* kEffectsUsage = R"(
