@@ -78,16 +78,18 @@ struct Worker {
   std::string pending;
 };
 
-// One line per item from a worker: "ok N" or "failed N message".
+// One line per item from a worker: "ok N [note]" or "failed N message".
 void workerLoop(int jobs, int results, const std::vector<BatchItem>& items,
                 const std::function<bool(const BatchItem&, std::string&)>& render) {
   uint32_t index;
   while (read(jobs, &index, sizeof index) == ssize_t(sizeof index)) {
     if (index >= items.size()) break;
-    std::string error;
-    const bool ok = render(items[index], error);
-    std::replace(error.begin(), error.end(), '\n', ' ');
-    const std::string line = (ok ? "ok " : "failed ") + std::to_string(index) + (ok ? "" : " " + error) + "\n";
+    std::string message;
+    const bool ok = render(items[index], message);
+    std::replace(message.begin(), message.end(), '\n', ' ');
+    std::string line = (ok ? "ok " : "failed ") + std::to_string(index);
+    if (!message.empty()) line.append(" ").append(message);
+    line.append("\n");
     for (size_t sent = 0; sent < line.size();) {
       const ssize_t n = write(results, line.data() + sent, line.size() - sent);
       if (n <= 0) return;
@@ -254,13 +256,14 @@ int runBatch(const std::vector<BatchItem>& items, int jobs, bool quiet, bool see
   ProgressBar bar("files", int64_t(items.size()), ProgressBar::wanted(quiet));
   std::vector<std::string> failures(items.size());
   size_t done = 0, failed = 0, next = 0;
-  auto finishItem = [&](size_t item, bool ok, const std::string& why) {
+  auto finishItem = [&](size_t item, bool ok, const std::string& message) {
     ++done;
     if (!ok) {
       ++failed;
-      failures[item] = why.empty() ? items[item].input + ": it failed" : why;
-    } else if (seedEach && items[item].seed && !quiet) {
-      bar.say(items[item].input + ": seed " + std::to_string(*items[item].seed));
+      failures[item] = message.empty() ? items[item].input + ": it failed" : message;
+    } else if (!quiet) {
+      if (seedEach && items[item].seed) bar.say(items[item].input + ": seed " + std::to_string(*items[item].seed));
+      if (!message.empty()) bar.say(message);
     }
     bar.update(int64_t(done));
   };
@@ -327,7 +330,7 @@ int runBatch(const std::vector<BatchItem>& items, int jobs, bool quiet, bool see
           const bool ok = line.rfind("ok ", 0) == 0;
           const size_t start = ok ? 3 : 7, space = line.find(' ', start);
           const size_t item = size_t(std::stoul(line.substr(start, space - start)));
-          finishItem(item, ok, ok || space == std::string::npos ? "" : line.substr(space + 1));
+          finishItem(item, ok, space == std::string::npos ? "" : line.substr(space + 1));
           w.item = -1;
           if (next < items.size()) {
             assign(w, next++);

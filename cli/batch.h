@@ -35,10 +35,11 @@ bool makeOutputFolders(const std::vector<std::string>& outputs, std::string& err
 
 // Renders each item through `render` in up to `jobs` worker processes (in this one for a single item)
 // and gives the exit code: 0 when all were written, 1 when any failed, each failure (the message
-// `render` gave, which names the file) told on standard error at the end. With `seedEach` each file's seed is said as it is done. An interrupt stops the
+// `render` gave, which names the file) told on standard error at the end. A message given with
+// success is a note, told as the item is done (unless `quiet`). With `seedEach` each file's seed is said as it is done. An interrupt stops the
 // workers, whose unfinished files are removed, and ends this process as the signal would.
 int runBatch(const std::vector<BatchItem>& items, int jobs, bool quiet, bool seedEach,
-             const std::function<bool(const BatchItem& item, std::string& error)>& render);
+             const std::function<bool(const BatchItem& item, std::string& message)>& render);
 
 // The number of cores this process may run on.
 int availableCores();

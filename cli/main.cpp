@@ -6,6 +6,7 @@
 #include "cli/commands.h"
 #include "core/stack/filters.h"
 #include "native/platform_linux.h"
+#include "native/video_io.h"
 
 namespace zorvex::cli {
 
@@ -14,7 +15,8 @@ namespace {
 constexpr const char* kOverview = R"(zorvex: a glitch-art camera's effect stack on the command line
 
 usage:
-  zorvex render IN... -o OUT [options]  run the effect stack on pictures
+  zorvex render IN... -o OUT [options]  run the effect stack on pictures, GIFs
+                                        and videos
   zorvex effects [ACTION]               list or change the stored effect list
   zorvex settings [ACTION]              show or change the stored settings
   zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
@@ -46,7 +48,8 @@ constexpr const char* kRenderUsage = R"(
 usage: zorvex render IN -o OUT [options]
        zorvex render IN... -o FOLDER|PATTERN [options]
 Runs the effect stack on the picture IN and writes the composed picture OUT.
-  -o, --output OUT        the picture to write: .png, .jpg or .jpeg
+  -o, --output OUT        the picture to write: .png, .jpg or .jpeg; for moving
+                          pictures .gif, .mp4, .m4v, .mov or .mkv
   --effects "A,B,..."     effect names in running order (default: the stored
                           list's rows that are on, presets opened up)
   --controls FILE         the 1000 control values, each 0 to 0.9999, separated by
@@ -71,8 +74,25 @@ Runs the effect stack on the picture IN and writes the composed picture OUT.
 IN is a PNG or JPEG; a JPEG's orientation tag is honoured. Pictures must be at
 least 16 pixels on each side.
 
-A batch: several inputs, or a folder (its pictures, by name), all rendered with
-the same look, each written into FOLDER (made if missing; one that exists, or a
+Moving pictures: IN may be a GIF or a video (MP4, MOV, Matroska, WebM, AVI).
+Every frame goes through the stack; the frame times, and a video's sound, are
+kept. A still becomes a GIF or a video with --loop.
+  --loop N                a still made a loop of N frames (2 to 10000) in which
+                          the controls travel a closed path round their own, so
+                          that the end leads into the start; with a GIF or a
+                          video, the controls go round every N frames
+  --fps R                 frames a second of a loop made from a still (default
+                          12)
+  --roll-every K          new controls every K frames, rolled from the seed
+                          plus 1, plus 2, ... (the first K frames keep the
+                          look's own); not with --controls
+  --max-size SIZE         make the GIF or video fit in SIZE: 8M (MiB), 500K
+                          (KiB), 2MB (10^6 bytes) or bytes; the frames are made
+                          smaller, the colours fewer, the bit rate lower or the
+                          frames fewer, as far as it takes
+
+A batch: several inputs, or a folder (its pictures and videos, by name), all
+rendered with the same look, each written into FOLDER (made if missing; one that exists, or a
 name ending in /) under its own name, or to PATTERN, in which {name} is the
 input's name without its extension, {ext} its extension and {n} its number from
 1. A bad file is told at the end and the others are written (exit status 1 if
@@ -160,7 +180,9 @@ int commandHelp(const std::string& command) {
 }
 
 void applyVerbosity(const Args& args) {
-  native::installLinuxPlatform().setVerbose(args.has("--verbose") && !args.has("--quiet"));
+  const bool verbose = args.has("--verbose") && !args.has("--quiet");
+  native::installLinuxPlatform().setVerbose(verbose);
+  native::setLibraryMessages(verbose);
 }
 
 namespace {

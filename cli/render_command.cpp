@@ -1,10 +1,13 @@
 // zorvex render IN -o OUT: runs the effect stack on a photo and writes the composed picture.
 #include <algorithm>
+#include <climits>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "cli/animate.h"
 #include "cli/args.h"
 #include "cli/batch.h"
 #include "cli/commands.h"
@@ -22,6 +25,7 @@
 #include "native/image_io.h"
 #include "native/interruptible_output.h"
 #include "native/platform_linux.h"
+#include "native/video_io.h"
 
 namespace zorvex::cli {
 namespace {
@@ -50,7 +54,14 @@ struct RenderOptions {
   int64_t jobs = 1;
   bool seedEach = false;                // each file rolls its own controls
   std::optional<uint64_t> seed;         // the seed of the controls, when they came from one
+  // Moving pictures.
+  int64_t loop = 0;                     // frames of a loop round the controls
+  int64_t rollEvery = 0;                // new controls every this many frames
+  int64_t maxSize = 0;                  // bytes a GIF or video may take
+  native::Ratio fps{12, 1};             // of a loop made from a still
 };
+
+constexpr const char* kMovingTypes = ".gif, .mp4, .m4v, .mov or .mkv";
 
 std::string trim(const std::string& s) {
   const auto a = s.find_first_not_of(" \t"), b = s.find_last_not_of(" \t");
@@ -117,7 +128,7 @@ bool readControls(const std::string& path, ControlValues& out, std::string& erro
 int parse(int argc, char** argv, RenderOptions& o) {
   Args args(argc, argv, 2,
             {"--output", "--effects", "--controls", "--seed", "--blend", "--alpha", "--width", "--defaults", "--rotate",
-             "--mirror", "--flatten", "--jobs"},
+             "--mirror", "--flatten", "--jobs", "--loop", "--roll-every", "--max-size", "--fps"},
             {"--half", "--full", "--effected-only", "--sample", "--quiet", "--seed-each"},
             {{"-o", "--output"}, {"-q", "--quiet"}, {"-j", "--jobs"}});
   if (args.wantsHelp()) return commandHelp("render");
@@ -146,8 +157,34 @@ int parse(int argc, char** argv, RenderOptions& o) {
     if (o.outputs.empty()) return usage(error);
   } else {
     if (!o.sample) o.input = args.positional()[0];
-    if (!native::isWritableImagePath(o.output))
-      return usage("-o " + o.output + ": the name must end in .png, .jpg or .jpeg");
+    if (!native::isWritableImagePath(o.output) && !native::isAnimationPath(o.output))
+      return usage("-o " + o.output + ": the name must end in .png, .jpg or .jpeg, or " + kMovingTypes +
+                   " for moving pictures");
+  }
+  if (auto n = args.value("--loop"); n && !parseInt("--loop", *n, 2, 10000, o.loop, error)) return usage(error);
+  if (auto k = args.value("--roll-every"); k && !parseInt("--roll-every", *k, 1, INT32_MAX, o.rollEvery, error))
+    return usage(error);
+  if (o.loop && o.rollEvery) return usage("--loop moves the controls round a loop; it can't go with --roll-every");
+  if (o.rollEvery && args.has("--controls"))
+    return usage("--roll-every rolls controls from the seed; it can't go with --controls");
+  if (auto m = args.value("--max-size"); m && !parseByteSize(*m, o.maxSize))
+    return usage("--max-size must be a size such as 8M, 500K or 2MB, not \"" + *m + "\"");
+  if (auto f = args.value("--fps")) {
+    double fps = 0;
+    if (!parseDouble("--fps", *f, 0.5, 120, fps, error)) return usage(error);
+    o.fps = {int(std::lround(fps * 1000)), 1000};
+    if (!o.loop) return usage("--fps is the rate of a loop made with --loop; a GIF or a video keeps its own");
+  }
+  // One file: moving pictures in and out must agree, so that nothing is rendered in vain.
+  if (!o.batch) {
+    const bool movingIn = !o.sample && native::isAnimationFile(o.input), movingOut = native::isAnimationPath(o.output);
+    if (movingIn && !movingOut)
+      return usage(o.input + " is a GIF or a video: write it to " + kMovingTypes + ", not " + o.output);
+    if (movingOut && !movingIn && !o.loop)
+      return usage("a still becomes a GIF or a video with --loop N (the frames of the loop)");
+    if (!movingOut && o.loop) return usage("--loop makes a GIF or a video: -o must end in " + std::string(kMovingTypes));
+    if (!movingOut && (o.rollEvery || o.maxSize))
+      return usage(std::string(o.rollEvery ? "--roll-every" : "--max-size") + " is for GIF and video outputs");
   }
   o.jobs = availableCores();
   if (auto j = args.value("--jobs"); j && !parseInt("--jobs", *j, 1, 1024, o.jobs, error)) return usage(error);
@@ -303,9 +340,42 @@ CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const C
   return result;
 }
 
-// One input to one output; false with `error` naming the file concerned.
+// A GIF, a video or a loop: every frame through the stack.
+bool renderMoving(const RenderOptions& o, const std::string& in, const std::string& out, const ControlValues& controls,
+                  uint64_t seed, bool showProgress, std::string& message) {
+  const bool movingIn = !o.sample && native::isAnimationFile(in);
+  if (!native::isAnimationPath(out)) {
+    message = in + ": a GIF or a video is written to " + kMovingTypes + ", not " + out;
+    return false;
+  }
+  if (!movingIn && !o.loop) {
+    message = in + ": a still becomes a GIF or a video with --loop N";
+    return false;
+  }
+  AnimationJob job;
+  job.input = o.sample ? "the sample" : in;
+  job.output = out;
+  job.still = !movingIn;
+  if (o.sample) job.picture = UIImage{drawSamplePicture(1080, 1440), UIImageOrientationUp};
+  job.loop = o.loop;
+  job.rollEvery = o.rollEvery;
+  job.maxSize = o.maxSize;
+  job.fps = o.fps;
+  job.controls = controls;
+  job.seed = seed;
+  const auto renderer = [&](const UIImage& frame, const ControlValues& values, int64_t index, std::string& error) {
+    return renderPicture(o, frame, values, job.input + ", frame " + std::to_string(index + 1), false, error);
+  };
+  ProgressBar bar("frames", 0, showProgress);
+  return renderAnimation(job, renderer, showProgress ? &bar : nullptr, message, message);
+}
+
+// One input to one output; false with `error` naming the file concerned. On success `error` may hold
+// a note.
 bool renderFile(const RenderOptions& o, const std::string& in, const std::string& out, const ControlValues& controls,
-                bool showProgress, std::string& error) {
+                uint64_t seed, bool showProgress, std::string& error) {
+  if (o.loop || native::isAnimationPath(out) || (!o.sample && native::isAnimationFile(in)))
+    return renderMoving(o, in, out, controls, seed, showProgress, error);
   UIImage picture;
   if (o.sample) {
     picture = UIImage{drawSamplePicture(1080, 1440), UIImageOrientationUp};
@@ -364,16 +434,18 @@ int renderCommand(int argc, char** argv) {
       if (o.seedEach) item.seed = o.seed ? *o.seed + uint64_t(i) : randomizeControls().seed;
       items.push_back(std::move(item));
     }
-    return runBatch(items, int(o.jobs), o.quiet, o.seedEach, [&o](const BatchItem& item, std::string& error) {
-      return renderFile(o, item.input, item.output, item.seed ? rollControls(*item.seed) : o.controls, false, error);
+    return runBatch(items, int(o.jobs), o.quiet, o.seedEach, [&o](const BatchItem& item, std::string& message) {
+      return renderFile(o, item.input, item.output, item.seed ? rollControls(*item.seed) : o.controls,
+                        item.seed.value_or(o.seed.value_or(0)), false, message);
     });
   }
   native::installInterruptCleanup();
-  std::string error;
-  if (!renderFile(o, o.input, o.output, o.controls, ProgressBar::wanted(o.quiet), error)) {
-    complain(error);
+  std::string message;
+  if (!renderFile(o, o.input, o.output, o.controls, o.seed.value_or(0), ProgressBar::wanted(o.quiet), message)) {
+    complain(message);
     return kExitFailure;
   }
+  if (!message.empty() && !o.quiet) std::fprintf(stderr, "%s\n", message.c_str());
   return kExitOk;
 }
 
