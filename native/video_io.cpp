@@ -430,7 +430,25 @@ struct AudioCarry {
   // Writes the audio up to `seconds` (all of it for infinity).
   bool carry(AVFormatContext* output, double seconds, std::string& error);
   bool encodeFifo(AVFormatContext* output, bool flush, std::string& error);
+  // Resamples `f` (for null, what the resampler still holds) into the FIFO; false without memory.
+  bool resample(const AVFrame* f);
 };
+
+bool AudioCarry::resample(const AVFrame* f) {
+  const int in = f ? f->nb_samples : 0;
+  const int room = swr_get_out_samples(resampler.get(), in);
+  if (room <= 0) return true;
+  uint8_t** buffer = nullptr;
+  if (av_samples_alloc_array_and_samples(&buffer, nullptr, encoder->ch_layout.nb_channels, room, encoder->sample_fmt,
+                                         0) < 0)
+    return false;
+  const int n = swr_convert(resampler.get(), buffer, room, f ? const_cast<const uint8_t**>(f->extended_data) : nullptr,
+                            in);
+  if (n > 0) av_audio_fifo_write(fifo.get(), reinterpret_cast<void**>(buffer), n);
+  av_freep(&buffer[0]);
+  av_freep(&buffer);
+  return true;
+}
 
 bool AudioCarry::open(const std::string& path, double start, AVFormatContext* output, std::string& error) {
   const AVInputFormat* format = probe(path);
@@ -546,18 +564,12 @@ bool AudioCarry::carry(AVFormatContext* output, double seconds, std::string& err
       ended = true;
       if (transcode) {
         avcodec_send_packet(decoder.get(), nullptr);
+        // The decoder's last samples, through the resampler, then the resampler's own.
         while (avcodec_receive_frame(decoder.get(), frame.get()) == 0) {
-          // The decoder's last samples, through the resampler, then the resampler's own.
-          const int room = swr_get_out_samples(resampler.get(), frame->nb_samples);
-          uint8_t** buffer = nullptr;
-          av_samples_alloc_array_and_samples(&buffer, nullptr, encoder->ch_layout.nb_channels, room, encoder->sample_fmt, 0);
-          const int n = swr_convert(resampler.get(), buffer, room, const_cast<const uint8_t**>(frame->extended_data),
-                                    frame->nb_samples);
-          if (n > 0) av_audio_fifo_write(fifo.get(), reinterpret_cast<void**>(buffer), n);
-          if (buffer) av_freep(&buffer[0]);
-          av_freep(&buffer);
+          resample(frame.get());
           av_frame_unref(frame.get());
         }
+        resample(nullptr);
         return encodeFifo(output, true, error);
       }
       return true;
@@ -591,19 +603,12 @@ bool AudioCarry::carry(AVFormatContext* output, double seconds, std::string& err
     }
     av_packet_unref(packet.get());
     while (avcodec_receive_frame(decoder.get(), frame.get()) == 0) {
-      const int room = swr_get_out_samples(resampler.get(), frame->nb_samples);
-      uint8_t** buffer = nullptr;
-      if (av_samples_alloc_array_and_samples(&buffer, nullptr, encoder->ch_layout.nb_channels, room,
-                                             encoder->sample_fmt, 0) < 0) {
+      const bool ok = resample(frame.get());
+      av_frame_unref(frame.get());
+      if (!ok) {
         error = "not enough memory for the audio";
         return false;
       }
-      const int n = swr_convert(resampler.get(), buffer, room, const_cast<const uint8_t**>(frame->extended_data),
-                                frame->nb_samples);
-      if (n > 0) av_audio_fifo_write(fifo.get(), reinterpret_cast<void**>(buffer), n);
-      av_freep(&buffer[0]);
-      av_freep(&buffer);
-      av_frame_unref(frame.get());
     }
     if (!encodeFifo(output, false, error)) return false;
   }

@@ -71,7 +71,7 @@ TEST_F(Cli, BadInputExitsTwoForUsageAndOneForFilesAndNamesTheProblem) {
       {"", 2, "usage"},
       {"frobnicate", 2, "unknown command \"frobnicate\""},
       {"render " + in, 2, "-o OUT"},
-      {"render " + in + " -o " + path("out.gif"), 2, "must end in .png, .jpg or .jpeg"},
+      {"render " + in + " -o " + path("out.webp"), 2, "must end in .png, .jpg or .jpeg"},
       {"render " + in + out + " --bogus", 2, "unknown option --bogus"},
       {"render " + in + out + " --effects 'AGENCY,NOPE'", 2, "unknown effect \"NOPE\""},
       {"render " + in + out + " --seed 1 --controls x", 2, "not both"},
