@@ -1,4 +1,5 @@
-// zorvex render IN -o OUT: runs the effect stack on a photo and writes the composed picture.
+// zorvex render: runs the effect stack on a photo and writes the composed picture; on many files at
+// once (a batch), and on every frame of a GIF or a video, or of a loop made from a still.
 #include <algorithm>
 #include <climits>
 #include <cmath>
