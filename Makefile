@@ -1,5 +1,6 @@
 # Zorvex: `make` builds everything, `make test` builds and runs every test, `make run` builds
-# everything and serves the web app on localhost. Each installs what is missing first.
+# everything and serves the web app on localhost, `make install PREFIX=...` installs the command, its
+# manual page and the web app. Each installs what is missing first.
 JOBS ?= $(shell nproc)
 NATIVE := build
 WASM := build-wasm
@@ -8,10 +9,11 @@ FUZZ_TIME ?= 3600
 EMENV := NODE_PATH=/usr/share/nodejs
 SAMPLE_OUT ?= $(CURDIR)/build/sample-out.png
 PORT ?= 8080
+PREFIX ?= /usr/local
 NPM_STAMP := web/node_modules/.package-lock.json
 
 .PHONY: all deps native wasm web test test-native test-wasm test-web test-fuzz fuzz-build fuzz-jpeg run sample \
-  bench bench-web clean
+  bench bench-web install clean
 
 all: deps native wasm web
 
@@ -90,6 +92,11 @@ bench: native
 # Frames per second of the live feed and the time of a 12-megapixel final, in Chromium.
 bench-web: all
 	cd web && node e2e/bench.mjs
+
+# PREFIX/bin/zorvex, PREFIX/share/man/man1/zorvex.1 and the web app in PREFIX/share/zorvex/web
+# (DESTDIR=... in the environment stages it elsewhere).
+install: all
+	cmake --install $(NATIVE) --prefix $(PREFIX)
 
 clean:
 	rm -rf $(NATIVE) $(WASM) $(FUZZ) web/dist

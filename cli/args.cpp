@@ -8,9 +8,14 @@
 namespace zorvex::cli {
 
 Args::Args(int argc, char** argv, int first, const std::set<std::string>& valued, const std::set<std::string>& flags,
-           const std::map<std::string, std::string>& shortForms) {
+           const std::map<std::string, std::string>& givenShortForms) {
+  std::map<std::string, std::string> shortForms = givenShortForms;
+  shortForms.emplace("-h", "--help");
+  shortForms.emplace("-v", "--verbose");
+  const auto isHelp = [](const std::string& arg) { return arg == "--help" || arg == "-h"; };
   bool onlyPositional = false;
-  for (int i = first; i < argc; ++i) {
+  int i = first;
+  for (; i < argc && error_.empty(); ++i) {
     std::string arg = argv[i];
     if (onlyPositional || arg.empty() || arg[0] != '-' || arg == "-") {
       positional_.push_back(arg);
@@ -20,6 +25,10 @@ Args::Args(int argc, char** argv, int first, const std::set<std::string>& valued
       onlyPositional = true;
       continue;
     }
+    if (isHelp(arg)) {
+      values_["--help"] = "";
+      return;
+    }
     std::string name = arg, value;
     bool hasValue = false;
     if (auto eq = arg.find('='); arg.rfind("--", 0) == 0 && eq != std::string::npos) {
@@ -28,29 +37,30 @@ Args::Args(int argc, char** argv, int first, const std::set<std::string>& valued
       hasValue = true;
     }
     if (auto s = shortForms.find(name); s != shortForms.end()) name = s->second;
-    if (flags.count(name)) {
-      if (hasValue) {
-        error_ = name + " takes no value";
-        return;
-      }
-      values_[name] = "";
+    if (flags.count(name) || name == "--verbose" || name == "--help") {
+      if (hasValue) error_ = name + " takes no value";
+      else values_[name] = "";
     } else if (valued.count(name)) {
       if (!hasValue) {
         if (i + 1 >= argc) {
           error_ = name + " needs a value";
-          return;
+          break;
         }
         value = argv[++i];
       }
-      if (values_.count(name)) {
-        error_ = name + " is given twice";
-        return;
-      }
-      values_[name] = value;
+      if (values_.count(name)) error_ = name + " is given twice";
+      else values_[name] = value;
     } else {
       error_ = "unknown option " + arg;
-      return;
     }
+  }
+  // Help is given even after a mistake earlier on the line.
+  for (; i < argc && !error_.empty(); ++i) {
+    if (!onlyPositional && isHelp(argv[i])) {
+      error_.clear();
+      values_["--help"] = "";
+    }
+    if (std::string(argv[i]) == "--") onlyPositional = true;
   }
 }
 

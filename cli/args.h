@@ -14,13 +14,16 @@ namespace zorvex::cli {
 class Args {
  public:
   // `valued` names the options that take a value, `flags` those that don't. Short forms map to long
-  // ones ("-o" to "--output"). On a problem, error() says what it is.
+  // ones ("-o" to "--output"). Every command also takes --help (-h) and --verbose (-v); parsing stops
+  // at --help, so that help is given whatever else is on the line. On a problem, error() says what it
+  // is.
   Args(int argc, char** argv, int first, const std::set<std::string>& valued, const std::set<std::string>& flags,
        const std::map<std::string, std::string>& shortForms = {});
 
   const std::string& error() const { return error_; }
   const std::vector<std::string>& positional() const { return positional_; }
   bool has(const std::string& name) const { return values_.count(name) > 0; }
+  bool wantsHelp() const { return has("--help"); }
   std::optional<std::string> value(const std::string& name) const;
 
  private:

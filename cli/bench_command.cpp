@@ -40,8 +40,10 @@ double millisecondsOf(const KernelEntry& entry, const Size& size, const CGImageR
 }  // namespace
 
 int benchCommand(int argc, char** argv) {
-  native::installLinuxPlatform().setQuiet(true);
+  native::installLinuxPlatform();
   Args args(argc, argv, 2, {"--effects", "--repeat", "--seed"}, {});
+  if (args.wantsHelp()) return commandHelp("bench");
+  applyVerbosity(args);
   std::string error = args.error();
   int64_t repeats = 3;
   uint64_t seed = 2026;

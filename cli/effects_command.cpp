@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kEffectsUsage =
     "usage: zorvex effects [toggle ROW | move FROM TO | remove ROW | preset NAME | randomize | reset] "
-    "[--defaults PATH]; see zorvex help";
+    "[--defaults PATH]; see zorvex effects --help";
 
 int usageError(const std::string& message) {
   complain(message);
@@ -55,6 +55,7 @@ int effectsCommand(int argc, char** argv) {
   native::installLinuxPlatform();
   native::installAnalyticsFromEnvironment();
   Args args(argc, argv, 2, {"--defaults"}, {"--quiet"}, {{"-q", "--quiet"}});
+  if (args.wantsHelp()) return commandHelp("effects");
   if (!args.error().empty()) return usageError(args.error());
   const std::vector<std::string>& p = args.positional();
   const std::string action = p.empty() ? "" : p[0];
@@ -80,7 +81,7 @@ int effectsCommand(int argc, char** argv) {
     return usageError("unknown effects action \"" + action + "\"");
   }
   if (code >= 0) return code;
-  if (args.has("--quiet")) native::installLinuxPlatform().setQuiet(true);
+  applyVerbosity(args);
 
   StoreSession session;
   if (int failed = session.open(args.value("--defaults")); failed >= 0) return failed;

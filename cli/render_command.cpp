@@ -1,12 +1,18 @@
-// zorvex render IN -o OUT: runs the effect stack on a photo and writes the composed picture.
-#include <unistd.h>
-
+// zorvex render: runs the effect stack on a photo and writes the composed picture; on many files at
+// once (a batch), and on every frame of a GIF or a video, or of a loop made from a still.
+#include <algorithm>
+#include <climits>
+#include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "cli/animate.h"
 #include "cli/args.h"
+#include "cli/batch.h"
 #include "cli/commands.h"
+#include "cli/progress.h"
 #include "cli/store_session.h"
 #include "core/imaging/image_utils.h"
 #include "core/imaging/platform.h"
@@ -18,7 +24,9 @@
 #include "core/stack/settings.h"
 #include "native/analytics_log.h"
 #include "native/image_io.h"
+#include "native/interruptible_output.h"
 #include "native/platform_linux.h"
+#include "native/video_io.h"
 
 namespace zorvex::cli {
 namespace {
@@ -40,7 +48,21 @@ struct RenderOptions {
   double rotate = 0;    // degrees: -90 for left, 90 for right
   int mirror = 0;       // 0 none, 'h' left to right, 'v' top to bottom
   int64_t flatten = 0;  // times, before the final render
+  bool quiet = false;   // nothing on standard error but errors
+  // A batch: several inputs, or -o a folder or a pattern; each input and its output.
+  bool batch = false;
+  std::vector<std::string> inputs, outputs;
+  int64_t jobs = 1;
+  bool seedEach = false;                // each file rolls its own controls
+  std::optional<uint64_t> seed;         // the seed of the controls, when they came from one
+  // Moving pictures.
+  int64_t loop = 0;                     // frames of a loop round the controls
+  int64_t rollEvery = 0;                // new controls every this many frames
+  int64_t maxSize = 0;                  // bytes a GIF or video may take
+  native::Ratio fps{12, 1};             // of a loop made from a still
 };
+
+constexpr const char* kMovingTypes = ".gif, .mp4, .m4v, .mov or .mkv";
 
 std::string trim(const std::string& s) {
   const auto a = s.find_first_not_of(" \t"), b = s.find_last_not_of(" \t");
@@ -107,23 +129,68 @@ bool readControls(const std::string& path, ControlValues& out, std::string& erro
 int parse(int argc, char** argv, RenderOptions& o) {
   Args args(argc, argv, 2,
             {"--output", "--effects", "--controls", "--seed", "--blend", "--alpha", "--width", "--defaults", "--rotate",
-             "--mirror", "--flatten"},
-            {"--half", "--full", "--effected-only", "--sample", "--quiet"}, {{"-o", "--output"}, {"-q", "--quiet"}});
+             "--mirror", "--flatten", "--jobs", "--loop", "--roll-every", "--max-size", "--fps"},
+            {"--half", "--full", "--effected-only", "--sample", "--quiet", "--seed-each"},
+            {{"-o", "--output"}, {"-q", "--quiet"}, {"-j", "--jobs"}});
+  if (args.wantsHelp()) return commandHelp("render");
   std::string error = args.error();
   auto usage = [&](const std::string& message) {
     complain(message);
-    std::fprintf(stderr, "usage: zorvex render IN -o OUT [options]; see zorvex help\n");
+    std::fprintf(stderr, "usage: zorvex render IN -o OUT [options]; see zorvex render --help\n");
     return kExitUsage;
   };
   if (!error.empty()) return usage(error);
   o.sample = args.has("--sample");
-  if (args.positional().size() > 1) return usage("one input picture at most, not " + args.positional()[1]);
   if (args.positional().empty() && !o.sample) return usage("render needs an input picture (or --sample)");
   if (!args.positional().empty() && o.sample) return usage("give an input picture or --sample, not both");
-  if (!o.sample) o.input = args.positional()[0];
   if (!args.has("--output")) return usage("render needs -o OUT");
   o.output = *args.value("--output");
-  if (!native::isWritableImagePath(o.output)) return usage("-o " + o.output + ": the name must end in .png, .jpg or .jpeg");
+  o.batch = !o.sample && (args.positional().size() > 1 || isOutputPlan(o.output) ||
+                          std::any_of(args.positional().begin(), args.positional().end(),
+                                      [](const std::string& p) { return std::filesystem::is_directory(p); }));
+  if (o.batch) {
+    o.inputs = collectInputs(args.positional(), error);
+    if (o.inputs.empty()) {
+      complain(error);
+      return kExitFailure;
+    }
+    o.outputs = planOutputs(o.inputs, o.output, error);
+    if (o.outputs.empty()) return usage(error);
+  } else {
+    if (!o.sample) o.input = args.positional()[0];
+    if (!native::isWritableImagePath(o.output) && !native::isAnimationPath(o.output))
+      return usage("-o " + o.output + ": the name must end in .png, .jpg or .jpeg, or " + kMovingTypes +
+                   " for moving pictures");
+  }
+  if (auto n = args.value("--loop"); n && !parseInt("--loop", *n, 2, 10000, o.loop, error)) return usage(error);
+  if (auto k = args.value("--roll-every"); k && !parseInt("--roll-every", *k, 1, INT32_MAX, o.rollEvery, error))
+    return usage(error);
+  if (o.loop && o.rollEvery) return usage("--loop moves the controls round a loop; it can't go with --roll-every");
+  if (o.rollEvery && args.has("--controls"))
+    return usage("--roll-every rolls controls from the seed; it can't go with --controls");
+  if (auto m = args.value("--max-size"); m && !parseByteSize(*m, o.maxSize))
+    return usage("--max-size must be a size such as 8M, 500K or 2MB, not \"" + *m + "\"");
+  if (auto f = args.value("--fps")) {
+    double fps = 0;
+    if (!parseDouble("--fps", *f, 0.5, 120, fps, error)) return usage(error);
+    o.fps = {int(std::lround(fps * 1000)), 1000};
+    if (!o.loop) return usage("--fps is the rate of a loop made with --loop; a GIF or a video keeps its own");
+  }
+  // One file: moving pictures in and out must agree, so that nothing is rendered in vain.
+  if (!o.batch) {
+    const bool movingIn = !o.sample && native::isAnimationFile(o.input), movingOut = native::isAnimationPath(o.output);
+    if (movingIn && !movingOut)
+      return usage(o.input + " is a GIF or a video: write it to " + kMovingTypes + ", not " + o.output);
+    if (movingOut && !movingIn && !o.loop)
+      return usage("a still becomes a GIF or a video with --loop N (the frames of the loop)");
+    if (!movingOut && o.loop) return usage("--loop makes a GIF or a video: -o must end in " + std::string(kMovingTypes));
+    if (!movingOut && (o.rollEvery || o.maxSize))
+      return usage(std::string(o.rollEvery ? "--roll-every" : "--max-size") + " is for GIF and video outputs");
+  }
+  o.jobs = availableCores();
+  if (auto j = args.value("--jobs"); j && !parseInt("--jobs", *j, 1, 1024, o.jobs, error)) return usage(error);
+  o.seedEach = args.has("--seed-each");
+  if (o.seedEach && args.has("--controls")) return usage("--seed-each rolls the controls of each file; it can't go with --controls");
 
   if (auto names = args.value("--effects")) {
     o.effects.emplace();
@@ -144,10 +211,12 @@ int parse(int argc, char** argv, RenderOptions& o) {
     if (auto text = args.value("--seed")) {
       if (!parseUint64("--seed", *text, seed, error)) return usage(error);
       o.controls = rollControls(seed);
-    } else {
+      o.seed = seed;
+    } else if (!o.seedEach) {
       RolledControls rolled = randomizeControls();
-      std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(rolled.seed));
+      if (!args.has("--quiet")) std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(rolled.seed));
       o.controls = std::move(rolled.values);
+      o.seed = rolled.seed;
     }
   }
   if (auto label = args.value("--blend")) {
@@ -177,8 +246,157 @@ int parse(int argc, char** argv, RenderOptions& o) {
   }
   if (auto f = args.value("--flatten"); f && !parseInt("--flatten", *f, 0, 100, o.flatten, error)) return usage(error);
   if (o.flatten && o.width) return usage("--flatten works on the full picture; it can't go with --width");
-  if (args.has("--quiet")) native::installLinuxPlatform().setQuiet(true);
+  applyVerbosity(args);
+  o.quiet = args.has("--quiet");
   return -1;
+}
+
+// The stack on one picture with the options' look, edit tools and size, and `controls`; nil with
+// `error` set, naming `name`, on failure. With `showProgress` a large render tells its kernels as
+// they run.
+CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const ControlValues& controls,
+                         const std::string& name, bool showProgress, std::string& error) {
+  const CGImageRef base = KImageProcessing::correctForCameraOrientation(picture).CGImage;
+  if (!base) {
+    error = name + ": not enough memory to turn the picture upright";
+    return nullptr;
+  }
+  const int64_t W = int64_t(CGImageGetWidth(base)), H = int64_t(CGImageGetHeight(base));
+  if (W < kMinSide || H < kMinSide) {
+    error = name + ": the picture is " + std::to_string(W) + "x" + std::to_string(H) +
+            " pixels; it must be at least 16 pixels on each side";
+    return nullptr;
+  }
+
+  EffectsData& data = EffectsData::shared();
+  EffectedImageView view(1.0, data);
+  view.originalImage = base;
+  view.controlValues = controls;
+  view.blendMode = o.blend;
+  view.setLayerAlpha(o.alpha);
+  const SaveQuality quality = o.half ? SaveQuality::half : SaveQuality::full;
+  view.saveQuality = [quality] { return quality; };
+
+  // The edit tools, on the base before the stack: turn, mirror, then flatten.
+  if (o.rotate != 0) view.rotateBaseImage(o.rotate, false);
+  if (o.mirror == 'h') view.rotateBaseImage(0, true);
+  if (o.mirror == 'v') view.rotateBaseImage(180, true);
+
+  const int64_t baseW = int64_t(CGImageGetWidth(view.originalImage)), baseH = int64_t(CGImageGetHeight(view.originalImage));
+  const CGSize preview = previewSize(baseW, baseH, o.width);
+  int64_t w = o.width ? int64_t(preview.width) : baseW, h = o.width ? int64_t(preview.height) : baseH;
+  if (!o.width && o.half) {
+    w /= 2;
+    h /= 2;
+  }
+  if (w < 1 || h < 1) {
+    error = name + ": the render size " + std::to_string(w) + "x" + std::to_string(h) + " has no pixels";
+    return nullptr;
+  }
+  showProgress = showProgress && w * h >= 4'000'000;
+  int64_t pass = 0;
+  const int64_t passes = o.flatten + 1;
+  if (showProgress) {
+    data.onEffect = [&](size_t i, size_t n, const Effect& e) {
+      std::fprintf(stderr, "\rrendering %lldx%lld", static_cast<long long>(w), static_cast<long long>(h));
+      if (passes > 1) std::fprintf(stderr, " (pass %lld of %lld)", static_cast<long long>(pass + 1), static_cast<long long>(passes));
+      std::fprintf(stderr, ": %zu/%zu %-20s", i + 1, n, e.name.c_str());
+      std::fflush(stderr);
+    };
+  }
+  auto endProgress = [&] {
+    data.onEffect = nullptr;
+    if (showProgress) std::fprintf(stderr, "\r%79s\r", "");
+  };
+
+  CGImageRef result;
+  if (o.width) {
+    // As the live preview: a render for a view o.width pixels wide, composed at the preview's size.
+    view.layoutSubviews(CGSize{double(o.width), double(h)});
+    view.render(false);
+    endProgress();
+    if (!view.effectedImage) {
+      error = name + ": the effect stack gave no picture";
+      return nullptr;
+    }
+    result = o.effectedOnly ? view.effectedImage : view.compose(w, h);
+  } else {
+    // No screen here: the preview render that flattening asks for is not wanted, so the gate stays shut.
+    view.isDrawing = true;
+    for (; pass < o.flatten; ++pass) {
+      if (!view.flatten()) {
+        endProgress();
+        error = name + ": not enough memory to flatten a " + std::to_string(w) + "x" + std::to_string(h) + " picture";
+        return nullptr;
+      }
+    }
+    const auto final = view.renderFinalParts();
+    endProgress();
+    if (!final) {
+      error = name + ": not enough memory for a " + std::to_string(w) + "x" + std::to_string(h) + " render";
+      return nullptr;
+    }
+    result = o.effectedOnly ? final->effected : final->composed;
+  }
+  return result;
+}
+
+// A GIF, a video or a loop: every frame through the stack.
+bool renderMoving(const RenderOptions& o, const std::string& in, const std::string& out, const ControlValues& controls,
+                  uint64_t seed, bool showProgress, std::string& message) {
+  const bool movingIn = !o.sample && native::isAnimationFile(in);
+  if (!native::isAnimationPath(out)) {
+    message = in + ": a GIF or a video is written to " + kMovingTypes + ", not " + out;
+    return false;
+  }
+  if (!movingIn && !o.loop) {
+    message = in + ": a still becomes a GIF or a video with --loop N";
+    return false;
+  }
+  AnimationJob job;
+  job.input = o.sample ? "the sample" : in;
+  job.output = out;
+  job.still = !movingIn;
+  if (o.sample) job.picture = UIImage{drawSamplePicture(1080, 1440), UIImageOrientationUp};
+  job.loop = o.loop;
+  job.rollEvery = o.rollEvery;
+  job.maxSize = o.maxSize;
+  job.fps = o.fps;
+  job.controls = controls;
+  job.seed = seed;
+  const auto renderer = [&](const UIImage& frame, const ControlValues& values, int64_t index, std::string& error) {
+    return renderPicture(o, frame, values, job.input + ", frame " + std::to_string(index + 1), false, error);
+  };
+  ProgressBar bar("frames", 0, showProgress);
+  return renderAnimation(job, renderer, showProgress ? &bar : nullptr, message, message);
+}
+
+// One input to one output; false with `error` naming the file concerned. On success `error` may hold
+// a note.
+bool renderFile(const RenderOptions& o, const std::string& in, const std::string& out, const ControlValues& controls,
+                uint64_t seed, bool showProgress, std::string& error) {
+  if (o.loop || native::isAnimationPath(out) || (!o.sample && native::isAnimationFile(in)))
+    return renderMoving(o, in, out, controls, seed, showProgress, error);
+  UIImage picture;
+  if (o.sample) {
+    picture = UIImage{drawSamplePicture(1080, 1440), UIImageOrientationUp};
+  } else {
+    picture = native::readImage(in, error);
+    if (!picture) {
+      error = in + ": " + error;
+      return false;
+    }
+  }
+  const CGImageRef result = renderPicture(o, picture, controls, o.sample ? "the sample" : in, showProgress, error);
+  if (!result) return false;
+  const auto write = [&](const std::string& temporary, std::string& why) {
+    return native::writeImage(result, temporary, why);
+  };
+  if (!native::writeThroughTemporary(out, write, error)) {
+    error = out + ": " + error;
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -202,105 +420,33 @@ int renderCommand(int argc, char** argv) {
                ", neither full (0) nor half (1): rendering at full size (zorvex settings set save-quality sets it)");
     }
   }
+  if (o.effects) EffectsData::shared().effects = *o.effects;
 
-  UIImage picture;
-  if (o.sample) {
-    picture = UIImage{drawSamplePicture(1080, 1440), UIImageOrientationUp};
-  } else {
+  if (o.batch) {
     std::string error;
-    picture = native::readImage(o.input, error);
-    if (!picture) {
-      complain(o.input + ": " + error);
+    if (!makeOutputFolders(o.outputs, error)) {
+      complain(error);
       return kExitFailure;
     }
-  }
-  const CGImageRef base = KImageProcessing::correctForCameraOrientation(picture).CGImage;
-  if (!base) {
-    complain(o.input + ": not enough memory to turn the picture upright");
-    return kExitFailure;
-  }
-  const int64_t W = int64_t(CGImageGetWidth(base)), H = int64_t(CGImageGetHeight(base));
-  if (W < kMinSide || H < kMinSide) {
-    complain(o.input + ": the picture is " + std::to_string(W) + "x" + std::to_string(H) +
-             " pixels; it must be at least 16 pixels on each side");
-    return kExitFailure;
-  }
-
-  EffectsData& data = EffectsData::shared();
-  if (o.effects) data.effects = *o.effects;
-  EffectedImageView view(1.0, data);
-  view.originalImage = base;
-  view.controlValues = o.controls;
-  view.blendMode = o.blend;
-  view.setLayerAlpha(o.alpha);
-  const SaveQuality quality = o.half ? SaveQuality::half : SaveQuality::full;
-  view.saveQuality = [quality] { return quality; };
-
-  // The edit tools, on the base before the stack: turn, mirror, then flatten.
-  if (o.rotate != 0) view.rotateBaseImage(o.rotate, false);
-  if (o.mirror == 'h') view.rotateBaseImage(0, true);
-  if (o.mirror == 'v') view.rotateBaseImage(180, true);
-
-  const int64_t baseW = int64_t(CGImageGetWidth(view.originalImage)), baseH = int64_t(CGImageGetHeight(view.originalImage));
-  const CGSize preview = previewSize(baseW, baseH, o.width);
-  int64_t w = o.width ? int64_t(preview.width) : baseW, h = o.width ? int64_t(preview.height) : baseH;
-  if (!o.width && o.half) {
-    w /= 2;
-    h /= 2;
-  }
-  if (w < 1 || h < 1) {
-    complain("the render size " + std::to_string(w) + "x" + std::to_string(h) + " has no pixels");
-    return kExitFailure;
-  }
-  const bool showProgress = isatty(STDERR_FILENO) && w * h >= 4'000'000;
-  int64_t pass = 0;
-  const int64_t passes = o.flatten + 1;
-  if (showProgress) {
-    data.onEffect = [&](size_t i, size_t n, const Effect& e) {
-      std::fprintf(stderr, "\rrendering %lldx%lld", static_cast<long long>(w), static_cast<long long>(h));
-      if (passes > 1) std::fprintf(stderr, " (pass %lld of %lld)", static_cast<long long>(pass + 1), static_cast<long long>(passes));
-      std::fprintf(stderr, ": %zu/%zu %-20s", i + 1, n, e.name.c_str());
-      std::fflush(stderr);
-    };
-  }
-  auto endProgress = [&] {
-    if (showProgress) std::fprintf(stderr, "\r%79s\r", "");
-  };
-
-  CGImageRef result;
-  if (o.width) {
-    // As the live preview: a render for a view o.width pixels wide, composed at the preview's size.
-    view.layoutSubviews(CGSize{double(o.width), double(h)});
-    view.render(false);
-    endProgress();
-    if (!view.effectedImage) {
-      complain("the effect stack gave no picture");
-      return kExitFailure;
+    std::vector<BatchItem> items;
+    for (size_t i = 0; i < o.inputs.size(); ++i) {
+      BatchItem item{o.inputs[i], o.outputs[i], std::nullopt};
+      // Each file its own roll: one after another from --seed, else fresh.
+      if (o.seedEach) item.seed = o.seed ? *o.seed + uint64_t(i) : randomizeControls().seed;
+      items.push_back(std::move(item));
     }
-    result = o.effectedOnly ? view.effectedImage : view.compose(w, h);
-  } else {
-    // No screen here: the preview render that flattening asks for is not wanted, so the gate stays shut.
-    view.isDrawing = true;
-    for (; pass < o.flatten; ++pass) {
-      if (!view.flatten()) {
-        endProgress();
-        complain("not enough memory to flatten a " + std::to_string(w) + "x" + std::to_string(h) + " picture");
-        return kExitFailure;
-      }
-    }
-    const auto final = view.renderFinalParts();
-    endProgress();
-    if (!final) {
-      complain("not enough memory for a " + std::to_string(w) + "x" + std::to_string(h) + " render");
-      return kExitFailure;
-    }
-    result = o.effectedOnly ? final->effected : final->composed;
+    return runBatch(items, int(o.jobs), o.quiet, o.seedEach, [&o](const BatchItem& item, std::string& message) {
+      return renderFile(o, item.input, item.output, item.seed ? rollControls(*item.seed) : o.controls,
+                        item.seed.value_or(o.seed.value_or(0)), false, message);
+    });
   }
-  std::string error;
-  if (!native::writeImage(result, o.output, error)) {
-    complain(o.output + ": " + error);
+  native::installInterruptCleanup();
+  std::string message;
+  if (!renderFile(o, o.input, o.output, o.controls, o.seed.value_or(0), ProgressBar::wanted(o.quiet), message)) {
+    complain(message);
     return kExitFailure;
   }
+  if (!message.empty() && !o.quiet) std::fprintf(stderr, "%s\n", message.c_str());
   return kExitOk;
 }
 

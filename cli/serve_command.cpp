@@ -88,6 +88,7 @@ std::string resolve(const std::string& root, const std::string& requestPath) {
 
 int parse(int argc, char** argv, ServeOptions& o) {
   Args args(argc, argv, 2, {"--port", "--message", "--root"}, {});
+  if (args.wantsHelp()) return commandHelp("serve");
   if (!args.error().empty()) {
     complain("serve: " + args.error());
     return kExitUsage;
@@ -102,7 +103,15 @@ int parse(int argc, char** argv, ServeOptions& o) {
     return kExitUsage;
   }
   o.message = args.value("--message");
-  o.root = args.value("--root").value_or(programFolder() + "/../web/dist");
+  if (auto root = args.value("--root")) {
+    o.root = *root;
+  } else {
+    // The build tree keeps the app in web/dist beside the build folder; an installed copy keeps it in
+    // share/zorvex/web beside the bin folder.
+    const std::string built = programFolder() + "/../web/dist", installed = programFolder() + "/../share/zorvex/web";
+    struct stat info {};
+    o.root = stat(built.c_str(), &info) != 0 && stat(installed.c_str(), &info) == 0 ? installed : built;
+  }
   return -1;
 }
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kSettingsUsage =
     "usage: zorvex settings [set frame-quality normal|low | set save-quality full|half | reset-tutorials] "
-    "[--defaults PATH]; see zorvex help";
+    "[--defaults PATH]; see zorvex settings --help";
 
 int usageError(const std::string& message) {
   complain(message);
@@ -46,6 +46,7 @@ int settingsCommand(int argc, char** argv) {
   native::installLinuxPlatform();
   native::installAnalyticsFromEnvironment();
   Args args(argc, argv, 2, {"--defaults"}, {"--quiet"}, {{"-q", "--quiet"}});
+  if (args.wantsHelp()) return commandHelp("settings");
   if (!args.error().empty()) return usageError(args.error());
   const std::vector<std::string>& p = args.positional();
   std::optional<std::pair<SettingKey, int64_t>> change;
@@ -69,7 +70,7 @@ int settingsCommand(int argc, char** argv) {
   } else {
     return usageError("unknown settings action \"" + p[0] + "\"");
   }
-  if (args.has("--quiet")) native::installLinuxPlatform().setQuiet(true);
+  applyVerbosity(args);
 
   StoreSession session;
   if (int failed = session.open(args.value("--defaults")); failed >= 0) return failed;

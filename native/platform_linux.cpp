@@ -9,10 +9,9 @@
 namespace zorvex::native {
 
 void LinuxPlatform::consoleLine(std::string_view line) {
-  if (quiet_) return;
-  std::fwrite(line.data(), 1, line.size(), stdout);
-  std::fputc('\n', stdout);
-  std::fflush(stdout);
+  if (!verbose_) return;
+  std::fwrite(line.data(), 1, line.size(), stderr);
+  std::fputc('\n', stderr);
 }
 
 uint32_t LinuxPlatform::random32() {

@@ -9,6 +9,8 @@ packages=(
   libplist-utils
   clang libclang-rt-14-dev libturbojpeg0-dev
   libcpp-httplib-dev chromium
+  libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libgif-dev ffmpeg
+  groff-base
 )
 # npm comes with some builds of nodejs and is a package of its own with Debian's.
 command -v npm >/dev/null || packages+=(npm)

@@ -22,7 +22,7 @@ class CliStore : public ::testing::Test {
     return shell(dir, "env -u ZORVEX_DEFAULTS -u ZORVEX_ANALYTICS_LOG HOME=" + quote(dir / "home") +
                           " XDG_CONFIG_HOME=" + quote(dir / "config") + " " + env + " " + ZORVEX_CLI + " " + args);
   }
-  // With the defaults file of the test, quiet, so that standard output holds only the command's own.
+  // With the defaults file of the test, quiet.
   RunResult quiet(const std::string& args) { return zorvex(args + " -q --defaults " + quote(defaults)); }
 
   static std::vector<std::string> lines(const std::string& text) {
@@ -37,20 +37,21 @@ class CliStore : public ::testing::Test {
   std::string defaults = dir / "defaults.plist";
 };
 
-TEST_F(CliStore, ListsTheRowsAfterTheLinesOfLoading) {
-  RunResult r = zorvex("effects --defaults " + quote(defaults));
+TEST_F(CliStore, ListsTheRowsAndWithVerboseTheLinesOfLoading) {
+  RunResult r = zorvex("effects -v --defaults " + quote(defaults));
   ASSERT_EQ(r.code, 0) << r.err;
   std::vector<std::string> out = lines(r.out);
-  ASSERT_EQ(out.size(), 35u);
-  EXPECT_EQ(std::vector<std::string>(out.begin(), out.begin() + 4),
-            (std::vector<std::string>{"No old effects found.", "0 off GRABOID", "1 on VETH", "2 on AGENCY"}));
-  EXPECT_EQ(out[25], "24 off §P∆Iƒ");
+  ASSERT_EQ(out.size(), 34u);
+  EXPECT_EQ(std::vector<std::string>(out.begin(), out.begin() + 3),
+            (std::vector<std::string>{"0 off GRABOID", "1 on VETH", "2 on AGENCY"}));
+  EXPECT_EQ(out[24], "24 off §P∆Iƒ");
+  EXPECT_EQ(r.err, "No old effects found.\n");
 
   // From the second start on, the stored list is merged with the built-in names.
-  out = lines(zorvex("effects --defaults " + quote(defaults)).out);
-  ASSERT_EQ(out.size(), 1u + 34u + 34u);
-  EXPECT_EQ(out[34], "Builtin Effectname is KAL1D0");
-  EXPECT_EQ(out[35], "0 off GRABOID");
+  r = zorvex("effects --verbose --defaults " + quote(defaults));
+  EXPECT_EQ(lines(r.out), out);
+  ASSERT_EQ(lines(r.err).size(), 1u + 34u);
+  EXPECT_EQ(lines(r.err)[34], "Builtin Effectname is KAL1D0");
 }
 
 TEST_F(CliStore, ChangesAreStoredAndListed) {
@@ -73,8 +74,8 @@ TEST_F(CliStore, ChangesAreStoredAndListed) {
   r = quiet("effects remove 0");  // VETH
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(lines(r.out)[0], "0 on AGENCY");
-  r = zorvex("effects --defaults " + quote(defaults));
-  EXPECT_NE(r.out.find("Builtin Effectname is VETH\nNOT PRESENT IN CURRENT EFFECTS, APPEND\n"), std::string::npos);
+  r = zorvex("effects -v --defaults " + quote(defaults));
+  EXPECT_NE(r.err.find("Builtin Effectname is VETH\nNOT PRESENT IN CURRENT EFFECTS, APPEND\n"), std::string::npos);
   EXPECT_NE(r.out.find("\n34 off VETH\n"), std::string::npos) << r.out;
 
   r = quiet("effects reset");
@@ -123,8 +124,8 @@ TEST_F(CliStore, SettingsAreShownAndChanged) {
   r = quiet("settings reset-tutorials");
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_NE(r.out.find("shown-intro: no\n"), std::string::npos);
-  r = zorvex("settings --defaults " + quote(defaults));
-  EXPECT_EQ(r.out.rfind("No old effects found.\nBuiltin Effectname is GRABOID\n", 0), 0u) << r.out;
+  r = zorvex("settings -v --defaults " + quote(defaults));
+  EXPECT_EQ(r.err.rfind("No old effects found.\nBuiltin Effectname is GRABOID\n", 0), 0u) << r.err;
 }
 
 TEST_F(CliStore, TheFlagWinsOverTheEnvironmentWhichWinsOverTheConfigFolder) {
@@ -162,10 +163,10 @@ uint32_t pngWidth(const std::string& png) {
 
 TEST_F(CliStore, RenderRunsTheStoredListAtTheStoredSaveQuality) {
   // A small picture to start from: the sample as a 96-pixel-wide preview, without effects.
-  RunResult r = zorvex("render --sample --width 96 --effects '' --effected-only -o " + quote(dir / "in.png") +
+  RunResult r = zorvex("render --sample --width 96 --effects '' --effected-only -v -o " + quote(dir / "in.png") +
                        " --defaults " + quote(defaults));
   ASSERT_EQ(r.code, 0) << r.err;
-  EXPECT_EQ(r.out.rfind("No old effects found.\n", 0), 0u) << r.out;
+  EXPECT_NE(r.err.find("\nNo old effects found.\n"), std::string::npos) << r.err;  // after the seed
   const std::string sample = "render " + quote(dir / "in.png") + " --seed 7 -o ";
   quiet("effects toggle 11");  // INTERFACE on
   quiet(sample + quote(dir / "stored.png"));

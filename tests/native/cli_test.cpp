@@ -71,7 +71,7 @@ TEST_F(Cli, BadInputExitsTwoForUsageAndOneForFilesAndNamesTheProblem) {
       {"", 2, "usage"},
       {"frobnicate", 2, "unknown command \"frobnicate\""},
       {"render " + in, 2, "-o OUT"},
-      {"render " + in + " -o " + path("out.gif"), 2, "must end in .png, .jpg or .jpeg"},
+      {"render " + in + " -o " + path("out.webp"), 2, "must end in .png, .jpg or .jpeg"},
       {"render " + in + out + " --bogus", 2, "unknown option --bogus"},
       {"render " + in + out + " --effects 'AGENCY,NOPE'", 2, "unknown effect \"NOPE\""},
       {"render " + in + out + " --seed 1 --controls x", 2, "not both"},
@@ -173,15 +173,11 @@ TEST_F(Cli, AJpegsOrientationTagIsHonoured) {
   EXPECT_LT(up->pixels().at(18, 1)[1], 60);
 }
 
-TEST_F(Cli, SamplePictureAndHelp) {
+TEST_F(Cli, SamplePicture) {
   const RunResult r = run("render --sample -o " + path("sample.jpg") + " --seed 9 --quiet");
   EXPECT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(CGImageGetWidth(load(path("sample.jpg"))), 1080u);
-  const RunResult help = run("help");
-  EXPECT_EQ(help.code, 0);
-  EXPECT_NE(help.out.find("zorvex render IN -o OUT"), std::string::npos);
-  EXPECT_NE(help.out.find("B∑AMRID∑R"), std::string::npos);
 }
 
 }  // namespace
