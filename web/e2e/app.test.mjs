@@ -36,8 +36,8 @@ before(async () => {
 after(() => app?.close());
 
 test('the first start greets, counts the launch and shows effected live frames', async () => {
-  await page.locator('#alert-action').click();
-  assert.equal(await page.locator('#alert').isHidden(), true);
+  await app.panel().locator('.zorvex-alert-button.action').click();
+  await app.panelsGone();
   await app.framesGoOn(5);
   assert.equal(await page.evaluate(() => window.zorvex.settings.launchCount()), 1);
   // Held down, the picture shows the base alone; let go, the effects again.
@@ -111,10 +111,10 @@ test('rotate, flip and flatten work on the base', async () => {
   await page.locator('.utility[data-tag="3"]').click();
   await settle();
   await page.locator('.utility[data-tag="4"]').click();
-  assert.equal(await page.locator('#alert-title').textContent(), 'FLATTEN');
-  assert.match(await page.locator('#alert-body').textContent(), /^This will apply the current effects to the base image/);
+  assert.equal(await app.panel().locator('.zorvex-alert-heading').textContent(), 'FLATTEN');
+  assert.match(await app.panel().locator('.zorvex-alert-body').textContent(), /^This will apply the current effects to the base image/);
   await app.shot('05-flatten-confirm');
-  await page.locator('#alert-action').click();
+  await app.panel().locator('.zorvex-alert-button.action').click();
   await waitForInfo('EFFECTS FLATTENED');
   await settle();
   await app.shot('06-flattened');
@@ -185,7 +185,7 @@ test('randomise effects is stored, and a reload keeps the stored list', async ()
 
   await app.load();
   assert.deepEqual(await app.effects(), rows);
-  assert.equal(await page.locator('#alert').isHidden(), true, 'the welcome is shown once');
+  assert.equal(await page.locator('dialog.zorvex-alert').count(), 0, 'the welcome is shown once');
   assert.equal(await page.evaluate(() => window.zorvex.settings.launchCount()), 2);
   await app.framesGoOn();
 });

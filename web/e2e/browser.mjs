@@ -57,15 +57,15 @@ export async function launch({ y4m } = {}) {
 }
 
 // The app served and open in a new Chromium whose camera plays the test card, with what the end-to-end
-// files ask of it. Screenshots go to ZORVEX_SCREENSHOTS, else build/e2e-screenshots; `close` fails when
-// the page threw.
-export async function openApp() {
+// files ask of it; `message` is the server message file. Screenshots go to ZORVEX_SCREENSHOTS, else
+// build/e2e-screenshots; `close` fails when the page threw.
+export async function openApp({ message } = {}) {
   const shots = process.env.ZORVEX_SCREENSHOTS ?? join(repo, 'build/e2e-screenshots');
   mkdirSync(shots, { recursive: true });
   console.log(`Screenshots: ${shots}`);
   const y4m = join(mkdtempSync(join(tmpdir(), 'zorvex-e2e-')), 'card.y4m');
   writeY4m(y4m, 480, 360);
-  const server = await serve();
+  const server = await serve({ message });
   const browser = await launch({ y4m });
   const page = browser.context.pages()[0] ?? (await browser.context.newPage());
   const errors = [];
@@ -81,6 +81,9 @@ export async function openApp() {
       await page.evaluate(() => window.zorvex.engine.request({ type: 'setControlSeed', seed: '2026' }));
     },
     shot: (name) => page.screenshot({ path: join(shots, `${name}.png`) }),
+    // The alert panel on top, and the wait until none is left.
+    panel: () => page.locator('dialog.zorvex-alert[open]').last(),
+    panelsGone: () => page.waitForFunction(() => !document.querySelector('dialog.zorvex-alert'), null, { timeout: 5000 }),
     ask: (request) => page.evaluate((r) => window.zorvex.engine.request(r), request),
     status: () => app.ask({ type: 'status' }),
     effects: async () => (await app.ask({ type: 'effects' })).rows,

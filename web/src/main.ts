@@ -8,12 +8,15 @@ import { BrowserPhotoLibrary } from './platform/photo-library';
 import { decodePicture } from './platform/pictures';
 import { SettingsController } from './platform/settings';
 import { MemoryStorage, type KeyValueStorage } from './platform/storage';
+import { ZorvexAlertVC } from './screens/alert-panel';
 import { CameraIntefaceVC, noHooks, type MainScreenHooks } from './screens/camera-inteface-vc';
 import { CameraControlsVC, EditControlsVC } from './screens/controls';
+import { AlertPanelDom } from './screens/dom/alert-panel-dom';
 import { ArrangeScreenDom } from './screens/dom/arrange-screen-dom';
 import { MainScreenDom } from './screens/dom/main-screen-dom';
 import { EffectedImageView } from './screens/effected-image-view';
 import { EffectsArrangeVC } from './screens/effects-arrange-vc';
+import { ServerMessageLoader } from './screens/server-message';
 
 function browserStorage(): KeyValueStorage {
   try {
@@ -47,6 +50,7 @@ async function start(): Promise<void> {
   const analytics = new StoredAnalytics(storage);
   setAnalyticsSink(analytics);
   const settings = new SettingsController(defaults);
+  ZorvexAlertVC.configure({ defaults, makeView: () => new AlertPanelDom() });
 
   const engine = new EngineClient(
     () =>
@@ -63,8 +67,8 @@ async function start(): Promise<void> {
   const library = new BrowserPhotoLibrary(
     (title, action) =>
       new Promise((resolve) => {
-        dom.showAlert({ title, body: 'The picture is ready.', cancel: 'Cancel', action, onAction: () => resolve(true) });
-        document.getElementById('alert-cancel')?.addEventListener('click', () => resolve(false), { once: true });
+        const panel = ZorvexAlertVC.present(title, 'The picture is ready.', 'Cancel', action, false, () => resolve(true), false);
+        if (panel) panel.onDismissed = () => resolve(false);
       }),
   );
   const imageView = new EffectedImageView(engine, canvas, library, decodePicture);
@@ -97,7 +101,17 @@ async function start(): Promise<void> {
     vc.viewDidDisappear();
     setTimeout(() => fxArrange2.viewDidAppear(), 300);
   };
-  const hooks: MainScreenHooks = { ...noHooks, openArrangeScreen };
+  const messages = new ServerMessageLoader({
+    origin: window.location.origin,
+    fetch: (url) => fetch(url, { cache: 'no-store' }),
+    random: () => crypto.getRandomValues(new Uint32Array(1))[0]!,
+    open: (url) => window.open(url, '_blank', 'noopener'),
+  });
+  const hooks: MainScreenHooks = {
+    ...noHooks,
+    openArrangeScreen,
+    loadServerMessage: () => void messages.loadServerMessage(),
+  };
 
   const vc = new CameraIntefaceVC({
     view: dom,

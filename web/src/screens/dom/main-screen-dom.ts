@@ -1,6 +1,7 @@
 // The main screen's views in the page's DOM: what the controllers tell them is shown here, and the
 // user's presses, touches and keys go back to the controllers.
 import type { RawPicture, Size } from '../../engine/shared/protocol';
+import { ZorvexAlertVC } from '../alert-panel';
 import type { Alert, Axis, CameraIntefaceVC, MainScreenView } from '../camera-inteface-vc';
 import { Mode } from '../camera-inteface-vc';
 import type { CameraControlsVC, CameraControlsView, EditControlsVC } from '../controls';
@@ -68,13 +69,11 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private readonly blendPicker = element<HTMLElement>('blend-picker');
   private readonly blendButton = element<HTMLButtonElement>('blend');
   private readonly picker = element<HTMLInputElement>('image-picker');
-  private readonly alert = element<HTMLElement>('alert');
   private readonly flipButton = element<HTMLButtonElement>('flip');
   private readonly flashButton = element<HTMLButtonElement>('flash');
   private readonly noDevices = element<HTMLElement>('no-devices');
   readonly canvas = element<HTMLCanvasElement>('picture');
   readonly picture = new PictureCanvas(this.canvas);
-  private alertAction: (() => void) | null = null;
   private blendRows: HTMLButtonElement[] = [];
   private selectedRow = 0;
 
@@ -159,26 +158,9 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     element('top').prepend(this.canvas);
     this.picture.fit();
   }
+  // The app's confirmations go through its alert panel.
   showAlert(alert: Alert): void {
-    element('alert-title').textContent = alert.title;
-    element('alert-body').textContent = alert.body;
-    const cancel = element<HTMLButtonElement>('alert-cancel');
-    cancel.hidden = alert.cancel === null;
-    cancel.textContent = alert.cancel ?? '';
-    const action = element<HTMLButtonElement>('alert-action');
-    action.textContent = alert.action;
-    this.alertAction = alert.onAction;
-    this.alert.hidden = false;
-    action.focus();
-  }
-  get alertShown(): boolean {
-    return !this.alert.hidden;
-  }
-  closeAlert(runAction: boolean): void {
-    this.alert.hidden = true;
-    const action = this.alertAction;
-    this.alertAction = null;
-    if (runAction) action?.();
+    ZorvexAlertVC.present(alert.title, alert.body, alert.cancel, alert.action, false, alert.onAction, false);
   }
 
   // ----- CameraControlsView -----
@@ -220,8 +202,6 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
       const row = (event.target as HTMLElement).closest<HTMLElement>('.blend-row');
       if (row) vc.blendRowSelected(Number(row.dataset.row));
     });
-    on('alert-action', () => this.closeAlert(true));
-    on('alert-cancel', () => this.closeAlert(false));
 
     const slider = element<HTMLInputElement>('alpha-slider');
     slider.addEventListener('input', () => vc.sliderChanged(Number(slider.value)));
@@ -245,10 +225,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private key(event: KeyboardEvent, vc: CameraIntefaceVC): void {
     // Covered by another screen, this one takes no keys.
     if (event.ctrlKey || event.metaKey || event.altKey || event.repeat || this.main.inert) return;
-    if (this.alertShown) {
-      if (event.key === 'Escape') this.closeAlert(false);
-      return;
-    }
+    if (ZorvexAlertVC.alerts.length > 0) return;
     const target = event.target as HTMLElement | null;
     const typing = target?.closest('button, input, select, textarea') !== null && target !== document.body;
     const blendOpen = this.blendHolder.classList.contains('open');
