@@ -1,9 +1,23 @@
+import { execFileSync } from 'node:child_process';
+import { readFileSync } from 'node:fs';
 import { resolve } from 'node:path';
 import type { Plugin } from 'vite';
 import { defineConfig } from 'vitest/config';
 
 // Where the engine module is built (build-wasm/engine), unless ZORVEX_ENGINE_DIR says otherwise.
 const engineDir = resolve(__dirname, process.env.ZORVEX_ENGINE_DIR ?? '../build-wasm/engine');
+
+// The version shown on the settings page: package.json's, and a build number, ZORVEX_BUILD_NUMBER or
+// else the number of commits on the branch (0 outside a git checkout).
+const version = (JSON.parse(readFileSync(resolve(__dirname, 'package.json'), 'utf8')) as { version: string }).version;
+function buildNumber(): string {
+  if (process.env.ZORVEX_BUILD_NUMBER) return process.env.ZORVEX_BUILD_NUMBER;
+  try {
+    return execFileSync('git', ['rev-list', '--count', 'HEAD'], { cwd: __dirname, stdio: ['ignore', 'pipe', 'ignore'] }).toString().trim();
+  } catch {
+    return '0';
+  }
+}
 
 // The service worker is built as /sw.js, with the list of every file of the build written into it, so
 // that it can keep them for offline use and so that a new build changes the worker's own bytes.
@@ -22,6 +36,7 @@ function precacheList(): Plugin {
 
 export default defineConfig({
   base: './',
+  define: { __ZORVEX_VERSION__: JSON.stringify(version), __ZORVEX_BUILD__: JSON.stringify(buildNumber()) },
   resolve: { alias: { '@engine': engineDir } },
   worker: { format: 'es' },
   server: {

@@ -14,6 +14,7 @@ import { CameraControlsVC, EditControlsVC } from './screens/controls';
 import { AlertPanelDom } from './screens/dom/alert-panel-dom';
 import { ArrangeScreenDom } from './screens/dom/arrange-screen-dom';
 import { MainScreenDom } from './screens/dom/main-screen-dom';
+import { buildMenu, openInNewTab } from './screens/dom/menu-setup';
 import { EffectedImageView } from './screens/effected-image-view';
 import { EffectsArrangeVC } from './screens/effects-arrange-vc';
 import { ServerMessageLoader } from './screens/server-message';
@@ -105,11 +106,12 @@ async function start(): Promise<void> {
     origin: window.location.origin,
     fetch: (url) => fetch(url, { cache: 'no-store' }),
     random: () => crypto.getRandomValues(new Uint32Array(1))[0]!,
-    open: (url) => window.open(url, '_blank', 'noopener'),
+    open: openInNewTab,
   });
   const hooks: MainScreenHooks = {
     ...noHooks,
     openArrangeScreen,
+    openMenu: () => menu.open(),
     loadServerMessage: () => void messages.loadServerMessage(),
   };
 
@@ -128,6 +130,7 @@ async function start(): Promise<void> {
     hooks,
   });
   engine.onRestarted = () => void imageView.restore();
+  const { menu } = buildMenu({ main: vc, defaults, settings, analytics });
 
   dom.connect(vc, cameraControlsVC, editControlsVC);
   arrangeDom.connect(fxArrange2);
@@ -146,14 +149,14 @@ async function start(): Promise<void> {
   };
   new ResizeObserver(relayout).observe(dom.canvas);
   window.addEventListener('resize', relayout);
-  // The main screen appears again with the page, unless the Arrange screen covers it.
+  // The main screen appears again with the page, unless the Arrange screen or the menu covers it.
   document.addEventListener('visibilitychange', () => {
     if (document.hidden) vc.viewDidDisappear();
-    else if (!arrangeDom.isShown) vc.viewWillAppear();
+    else if (!arrangeDom.isShown && !menu.isOpen) vc.viewWillAppear();
   });
 
   // For the end-to-end tests and the browser benchmark.
-  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings } });
+  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings, menu } });
 }
 
 start().catch((error: unknown) => {

@@ -7,6 +7,7 @@ import { Mode } from '../camera-inteface-vc';
 import type { CameraControlsVC, CameraControlsView, EditControlsVC } from '../controls';
 import type { PictureDisplay } from '../effected-image-view';
 import { flashIcons, icons } from './icons';
+import { menuIcons } from './menu-icons';
 
 function element<T extends HTMLElement>(id: string): T {
   const e = document.getElementById(id);
@@ -79,6 +80,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
 
   constructor() {
     element('library').innerHTML = icons.library;
+    element('menu-button').innerHTML = menuIcons.menu;
     this.flipButton.innerHTML = icons.flip;
     this.flashButton.innerHTML = icons.flash_auto;
     element('done').innerHTML = icons.done;
@@ -202,6 +204,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
       const row = (event.target as HTMLElement).closest<HTMLElement>('.blend-row');
       if (row) vc.blendRowSelected(Number(row.dataset.row));
     });
+    on('menu-button', () => vc.showMenu());
 
     const slider = element<HTMLInputElement>('alpha-slider');
     slider.addEventListener('input', () => vc.sliderChanged(Number(slider.value)));
@@ -251,6 +254,10 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
       case 'a':
       case 'A':
         vc.showEffectsArrage();
+        break;
+      case 'm':
+      case 'M':
+        vc.showMenu();
         break;
       case 'b':
       case 'B':
