@@ -266,8 +266,7 @@ test('reset tutorials brings the tours back and says so until the page appears a
   await page.keyboard.press('Escape');
   await closedMenu();
 
-  // The next start greets again.
-  await app.load();
+  // Back on the camera the main screen greets again.
   await app.panel().waitFor();
   assert.deepEqual(await panelHeadings(), ['WELCOME TO ZORVEX']);
   await page.waitForTimeout(800);
