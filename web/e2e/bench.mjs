@@ -30,6 +30,7 @@ try {
   await page.waitForFunction(() => window.zorvex !== undefined, null, { timeout: 20000 });
   const welcome = page.locator('dialog.zorvex-alert .zorvex-alert-button.action');
   if (await welcome.count()) await welcome.click();
+  await page.evaluate(() => window.zorvex.walkthrough.end());
   await page.waitForFunction(() => window.zorvex.canvas.framesShown > 5, null, { timeout: 20000 });
   const canvas = await page.evaluate(() => [window.zorvex.canvas.canvas.width, window.zorvex.canvas.canvas.height]);
   console.log(`Live feed: 480x360 frames from the fake camera (30 per second at most), canvas ${canvas[0]}x${canvas[1]} device pixels`);

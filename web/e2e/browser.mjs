@@ -84,6 +84,19 @@ export async function openApp({ message } = {}) {
     // The alert panel on top, and the wait until none is left.
     panel: () => page.locator('dialog.zorvex-alert[open]').last(),
     panelsGone: () => page.waitForFunction(() => !document.querySelector('dialog.zorvex-alert'), null, { timeout: 5000 }),
+    // For the runs about something else: the welcome's "Ok", the tour it starts ended, and the other
+    // two tours marked as shown.
+    async skipTours() {
+      await app.panel().locator('.zorvex-alert-button.action').click();
+      await app.panelsGone();
+      await page.evaluate(() => {
+        const s = window.zorvex.settings;
+        s.setHasShownEditControls();
+        s.setHasShownArrangeTutorial();
+        window.zorvex.walkthrough.end();
+      });
+      await app.status(); // the flags are stored
+    },
     ask: (request) => page.evaluate((r) => window.zorvex.engine.request(r), request),
     status: () => app.ask({ type: 'status' }),
     effects: async () => (await app.ask({ type: 'effects' })).rows,

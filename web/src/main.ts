@@ -14,10 +14,13 @@ import { CameraControlsVC, EditControlsVC } from './screens/controls';
 import { AlertPanelDom } from './screens/dom/alert-panel-dom';
 import { ArrangeScreenDom } from './screens/dom/arrange-screen-dom';
 import { MainScreenDom } from './screens/dom/main-screen-dom';
+import { elementAnchor, WalkthroughDom } from './screens/dom/walkthrough-dom';
 import { buildMenu, openInNewTab } from './screens/dom/menu-setup';
 import { EffectedImageView } from './screens/effected-image-view';
 import { EffectsArrangeVC } from './screens/effects-arrange-vc';
 import { ServerMessageLoader } from './screens/server-message';
+import { Tours, type ArrangeAnchor, type MainScreenAnchor } from './screens/tours';
+import { Walkthrough } from './screens/walkthrough';
 
 function browserStorage(): KeyValueStorage {
   try {
@@ -85,7 +88,6 @@ async function start(): Promise<void> {
     view: arrangeDom,
     engine,
     settings,
-    // The tours are not built yet: the hook does nothing, and the flag is set as if it had run.
     startWalkthrough: () => hooks.startWalkthrough('arrange'),
     pop: () => {
       if (!arrangeDom.isPresented) return;
@@ -108,8 +110,27 @@ async function start(): Promise<void> {
     random: () => crypto.getRandomValues(new Uint32Array(1))[0]!,
     open: openInNewTab,
   });
+  // The tours point at the controls by the names of the screens' fields.
+  const anchors: Record<MainScreenAnchor | ArrangeAnchor, string> = {
+    randomEffectsButton: '#random-effects',
+    randomParamsButton: '#random-params',
+    blendButton: '#blend',
+    showEffectsArrangeButton: '#effects-arrange',
+    alphaSlider: '#alpha-slider',
+    libraryButton: '#library',
+    activityIndicatorHolder: '#top', // the middle of the picture
+    utilityControlsHolder: '.utility-row',
+    doneButton: '#done',
+    tableView: '#arrange-list',
+  };
+  const anchor = (name: MainScreenAnchor | ArrangeAnchor) => elementAnchor(() => document.querySelector(anchors[name]));
+  const walkthroughDom = new WalkthroughDom();
+  const walkthrough = new Walkthrough(walkthroughDom, storage);
+  walkthroughDom.connect(walkthrough);
+  const tours = new Tours({ walkthrough, mode: () => vc.mode, mainAnchor: anchor, arrangeAnchor: anchor });
   const hooks: MainScreenHooks = {
     ...noHooks,
+    startWalkthrough: (tour) => tours.startWalkthrough(tour),
     openArrangeScreen,
     openMenu: () => menu.open(),
     loadServerMessage: () => void messages.loadServerMessage(),
@@ -156,7 +177,7 @@ async function start(): Promise<void> {
   });
 
   // For the end-to-end tests and the browser benchmark.
-  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings, menu } });
+  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings, menu, walkthrough } });
 }
 
 start().catch((error: unknown) => {
