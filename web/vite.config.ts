@@ -4,6 +4,9 @@ import { resolve } from 'node:path';
 import type { Plugin } from 'vite';
 import { defineConfig } from 'vitest/config';
 
+import { blendModeLabels } from './src/engine/shared/blend-modes';
+import { userGuidePlugin } from './tools/userguide-plugin';
+
 // Where the engine module is built (build-wasm/engine), unless ZORVEX_ENGINE_DIR says otherwise.
 const engineDir = resolve(__dirname, process.env.ZORVEX_ENGINE_DIR ?? '../build-wasm/engine');
 
@@ -52,7 +55,15 @@ export default defineConfig({
       output: { entryFileNames: (chunk) => (chunk.name === 'sw' ? 'sw.js' : 'assets/[name]-[hash].js') },
     },
   },
-  plugins: [precacheList()],
+  plugins: [
+    // The guide's pictures come from the native build's zorvex command, unless ZORVEX_CLI names another.
+    userGuidePlugin({
+      cli: process.env.ZORVEX_CLI ?? resolve(__dirname, '../build/zorvex'),
+      template: resolve(__dirname, 'src/guide/userguide.html'),
+      blendLabels: blendModeLabels,
+    }),
+    precacheList(),
+  ],
   test: {
     include: ['tests/**/*.test.ts'],
     environment: 'node',

@@ -1,6 +1,6 @@
 // The small pages of the menu: settings (the two qualities, the tutorials' reset, the version and the
-// usage data kept on the device), links, and the mailing list's sign-up page. Each drives a view and
-// touches no DOM.
+// usage data kept on the device), links, the user's guide, and the mailing list's sign-up page. Each
+// drives a view and touches no DOM.
 import { kCompanion, kInstagram } from '../config';
 import type { StoredEvent } from '../platform/analytics';
 import type { PageDefaults } from '../platform/defaults';
@@ -181,6 +181,28 @@ export class LinksVC implements MenuPage {
     else if (this.parts.canOpenURL(url)) this.parts.open(url);
     else this.log(`System can't open ${url}`);
     this.parts.open(kCompanion.storePage);
+  }
+}
+
+// ----- The user's guide -----
+
+export interface UsersGuideView {
+  load(): void;
+  scrollToTop(animated: boolean): void;
+}
+
+// The guide is loaded when it first comes into view, and shown from its top each time.
+export class UsersGuideVC implements MenuPage {
+  private loaded = false;
+
+  constructor(private readonly view: UsersGuideView) {}
+
+  viewWillAppear(): void {
+    if (!this.loaded) {
+      this.loaded = true;
+      this.view.load();
+    }
+    this.view.scrollToTop(true);
   }
 }
 

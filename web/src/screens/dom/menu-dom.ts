@@ -2,6 +2,7 @@
 // the way back, the pages, and their tabs (along the bottom on a phone, in the bar on a wide window).
 // The back button, a swipe to the left, and Escape close it; ← → Home End go from tab to tab.
 import aboutPage from '../../pages/about.html?raw';
+import userGuide from 'virtual:userguide';
 import type { StoredEvent } from '../../platform/analytics';
 import { kMenuSlideSeconds, kMenuTabs, type MainMenuVC, type MainMenuView, type MenuTab } from '../main-menu-vc';
 import type {
@@ -13,6 +14,7 @@ import type {
   QualitySwitch,
   SettingsVC,
   SettingsView,
+  UsersGuideView,
 } from '../menu-pages';
 import { linkImages, menuIcons } from './menu-icons';
 import './menu.css';
@@ -66,12 +68,7 @@ const pages: Record<MenuTab, string> = {
       </div>
       <p id="version-label" class="version-label"></p>
     </div>`,
-  guide: `
-    <div class="menu-page-inner guide-coming">
-      <h2 class="page-title">User's guide</h2>
-      <p>The user's guide is coming in the next version of Zorvex: every control, the effects stack, the blend modes and each of the 34 effects with a picture of what it does.</p>
-      <p>Until then, the guided tours show the way. Reset them on the Settings page to see them again.</p>
-    </div>`,
+  guide: `<iframe id="guide-frame" class="page-frame guide-frame" title="The user's guide"></iframe>`,
   links: `
     <div class="menu-page-inner">
       <h2 class="page-title">Links</h2>
@@ -344,6 +341,18 @@ export class AboutDom {
   // Our own page, as text, over the page's dark background.
   load(): void {
     element<HTMLIFrameElement>('about-frame').srcdoc = aboutPage;
+  }
+}
+
+export class UsersGuideDom implements UsersGuideView {
+  private readonly frame = element<HTMLIFrameElement>('guide-frame');
+
+  // Our own page, made by the build with its pictures, over a light background.
+  load(): void {
+    this.frame.srcdoc = userGuide;
+  }
+  scrollToTop(animated: boolean): void {
+    this.frame.contentWindow?.scrollTo({ top: 0, behavior: animated ? 'smooth' : 'instant' });
   }
 }
 

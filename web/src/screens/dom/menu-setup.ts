@@ -1,5 +1,6 @@
 // The menu and its pages, made and wired together for the page: the settings page over the defaults
-// and the analytics kept on the device, the links, the about page and the mailing list.
+// and the analytics kept on the device, the user's guide, the links, the about page and the mailing
+// list.
 import { kMailingListPath } from '../../config';
 import type { StoredAnalytics } from '../../platform/analytics';
 import type { PageDefaults } from '../../platform/defaults';
@@ -7,8 +8,8 @@ import type { SettingsController } from '../../platform/settings';
 import { kAppVersion } from '../../version';
 import { ZorvexAlertVC } from '../alert-panel';
 import { MainMenuVC, type CoveredScreen } from '../main-menu-vc';
-import { LinksVC, MailingListVC, SettingsVC } from '../menu-pages';
-import { AboutDom, LinksDom, MailingListDom, MenuDom, SettingsDom } from './menu-dom';
+import { LinksVC, MailingListVC, SettingsVC, UsersGuideVC } from '../menu-pages';
+import { AboutDom, LinksDom, MailingListDom, MenuDom, SettingsDom, UsersGuideDom } from './menu-dom';
 
 export interface MenuSetup {
   main: CoveredScreen;
@@ -65,12 +66,14 @@ export function buildMenu({ main, defaults, settings, analytics }: MenuSetup): {
     probe: answers,
   });
   mailingDom.connect(mailingVC);
-  for (const id of ['about-frame', 'mailing-frame']) dom.followFrame(document.getElementById(id) as HTMLIFrameElement);
+  const guideVC = new UsersGuideVC(new UsersGuideDom());
+
+  for (const id of ['about-frame', 'guide-frame', 'mailing-frame']) dom.followFrame(document.getElementById(id) as HTMLIFrameElement);
 
   const menu = new MainMenuVC({
     view: dom,
     main,
-    pages: { settings: settingsVC, links: linksVC, mailingList: mailingVC },
+    pages: { settings: settingsVC, guide: guideVC, links: linksVC, mailingList: mailingVC },
     launchCount: () => settings.launchCount(),
   });
   dom.connect(menu);
