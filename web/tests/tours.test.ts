@@ -62,14 +62,6 @@ describe('where a bubble goes', () => {
     }
   });
 
-  it('goes below a control when there is room, else above', () => {
-    const v = viewports[0]!;
-    const top = layoutStep(highlighted({ rect: () => null }, 0, ''), { x: 10, y: 10, width: 80, height: 40 }, v, bubble, settings, style);
-    const low = layoutStep(highlighted({ rect: () => null }, 0, ''), { x: 10, y: 700, width: 80, height: 40 }, v, bubble, settings, style);
-    expect([top.arrow?.edge, top.bubble.y]).toEqual(['top', 60]);
-    expect([low.arrow?.edge, low.bubble.y + low.bubble.height]).toEqual(['bottom', 690]);
-  });
-
   it('centres a step with no control, and one over a large control on its middle, without an arrow', () => {
     const v = viewports[2]!;
     const alone = layoutStep(standalone('hi'), null, v, bubble, settings, style);
