@@ -33,13 +33,13 @@ wasm: deps $(WASM)/CMakeCache.txt
 	$(EMENV) cmake --build $(WASM) -j $(JOBS)
 
 # The web app: its npm packages from the lock file, then the Vite build into web/dist, which takes the
-# engine module from the WebAssembly build.
+# engine module from the WebAssembly build and renders the user's guide's pictures with build/zorvex.
 # npm ci refuses a lock file that lacks other platforms' optional packages, which a registry mirror
 # without them leaves out; npm install then takes the same locked versions and skips those.
 $(NPM_STAMP): web/package.json web/package-lock.json
 	cd web && (npm ci --no-audit --no-fund >/dev/null 2>&1 || npm install --no-audit --no-fund --no-save)
 
-web: wasm $(NPM_STAMP)
+web: native wasm $(NPM_STAMP)
 	cd web && node node_modules/typescript/bin/tsc --noEmit -p . && node node_modules/vite/bin/vite.js build --logLevel warn
 
 test-native: native
@@ -52,7 +52,7 @@ test-wasm: wasm
 # screenshots land in build/e2e-screenshots).
 test-web: web native
 	cd web && node node_modules/vitest/vitest.mjs run
-	cd web && node --test e2e/app.test.mjs e2e/arrange.test.mjs
+	cd web && node --test e2e/app.test.mjs e2e/arrange.test.mjs e2e/menu.test.mjs e2e/tours.test.mjs
 
 test: test-native test-wasm test-fuzz test-web
 	@echo "All tests passed (native, WebAssembly, fuzzing and web)."

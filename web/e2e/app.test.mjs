@@ -55,8 +55,7 @@ before(async () => {
 after(() => app?.close());
 
 test('the first start greets, counts the launch and shows effected live frames', async () => {
-  await page.locator('#alert-action').click();
-  assert.equal(await page.locator('#alert').isHidden(), true);
+  await app.skipTours();
   await app.framesGoOn(5);
   assert.equal(await page.evaluate(() => window.zorvex.settings.launchCount()), 1);
   // Held down, the picture shows the base alone; let go, the effects again.
@@ -180,10 +179,10 @@ test('rotate, flip and flatten work on the base, and undo and redo take them bac
   await edited();
   const flipped = await app.canvasPrint();
   await page.locator('.utility[data-tag="4"]').click();
-  assert.equal(await page.locator('#alert-title').textContent(), 'FLATTEN');
-  assert.match(await page.locator('#alert-body').textContent(), /^This will apply the current effects to the base image/);
+  assert.equal(await app.panel().locator('.zorvex-alert-heading').textContent(), 'FLATTEN');
+  assert.match(await app.panel().locator('.zorvex-alert-body').textContent(), /^This will apply the current effects to the base image/);
   await app.shot('05-flatten-confirm');
-  await page.locator('#alert-action').click();
+  await app.panel().locator('.zorvex-alert-button.action').click();
   await waitForInfo('EFFECTS FLATTENED');
   await edited();
   const flattened = await app.canvasPrint();
@@ -312,7 +311,7 @@ test('randomise effects is stored, and a reload keeps the stored list', async ()
 
   await app.load();
   assert.deepEqual(await app.effects(), rows);
-  assert.equal(await page.locator('#alert').isHidden(), true, 'the welcome is shown once');
+  assert.equal(await page.locator('dialog.zorvex-alert').count(), 0, 'the welcome is shown once');
   assert.equal(await page.evaluate(() => window.zorvex.settings.launchCount()), 2);
   await app.framesGoOn();
 });
@@ -403,7 +402,7 @@ test('with the camera refused: a fixed number of tries, then a way to allow it; 
     assert.match(await p.locator('#no-devices').textContent(), /allow the camera .* then reload the page/);
     assert.equal(await p.locator('#reload').isVisible(), true);
     assert.equal(await p.evaluate(() => window.zorvex.vc.busy), false);
-    await p.locator('#alert-action').click();
+    await refused.skipTours();
     await refused.shot('14-camera-refused');
     await p.locator('#shutter').click();
     await p.waitForTimeout(300);

@@ -49,7 +49,7 @@ async function swipe(from, by, steps) {
 before(async () => {
   app = await openApp();
   page = app.page;
-  await page.locator('#alert-action').click(); // the welcome of the first start
+  await app.skipTours(); // the welcome of the first start
   await app.framesGoOn();
 });
 

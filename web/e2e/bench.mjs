@@ -28,7 +28,9 @@ const page = browser.context.pages()[0] ?? (await browser.context.newPage());
 try {
   await page.goto(server.url);
   await page.waitForFunction(() => window.zorvex !== undefined, null, { timeout: 20000 });
-  if (await page.locator('#alert').isVisible()) await page.locator('#alert-action').click();
+  const welcome = page.locator('dialog.zorvex-alert .zorvex-alert-button.action');
+  if (await welcome.count()) await welcome.click();
+  await page.evaluate(() => window.zorvex.walkthrough.end());
   await page.waitForFunction(() => window.zorvex.canvas.framesShown > 5, null, { timeout: 20000 });
   const canvas = await page.evaluate(() => [window.zorvex.canvas.canvas.width, window.zorvex.canvas.canvas.height]);
   console.log(`Live feed: 480x360 frames from the fake camera (30 per second at most), canvas ${canvas[0]}x${canvas[1]} device pixels`);

@@ -58,16 +58,16 @@ export async function launch({ y4m, refuseCamera = false, viewport = { width: 39
 }
 
 // The app served and open in a new Chromium whose camera plays the test card (or is refused), with what
-// the end-to-end files ask of it. Screenshots go to ZORVEX_SCREENSHOTS, else build/e2e-screenshots;
-// `close` fails when the page threw. With `open` false the page is left blank, for the caller to open
-// it at `url` as it wants.
-export async function openApp({ refuseCamera = false, viewport, open = true } = {}) {
+// the end-to-end files ask of it; `message` is the server message file. Screenshots go to
+// ZORVEX_SCREENSHOTS, else build/e2e-screenshots; `close` fails when the page threw. With `open` false
+// the page is left blank, for the caller to open it at `url` as it wants.
+export async function openApp({ refuseCamera = false, viewport, open = true, message } = {}) {
   const shots = process.env.ZORVEX_SCREENSHOTS ?? join(repo, 'build/e2e-screenshots');
   mkdirSync(shots, { recursive: true });
   console.log(`Screenshots: ${shots}`);
   const y4m = join(mkdtempSync(join(tmpdir(), 'zorvex-e2e-')), 'card.y4m');
   writeY4m(y4m, 480, 360);
-  const server = await serve();
+  const server = await serve({ message });
   const browser = await launch({ y4m, refuseCamera, viewport });
   const page = browser.context.pages()[0] ?? (await browser.context.newPage());
   const errors = [];
@@ -84,6 +84,22 @@ export async function openApp({ refuseCamera = false, viewport, open = true } = 
       await page.evaluate(() => window.zorvex.engine.request({ type: 'setControlSeed', seed: '2026' }));
     },
     shot: (name) => page.screenshot({ path: join(shots, `${name}.png`) }),
+    // The alert panel on top, and the wait until none is left.
+    panel: () => page.locator('dialog.zorvex-alert[open]').last(),
+    panelsGone: () => page.waitForFunction(() => !document.querySelector('dialog.zorvex-alert'), null, { timeout: 5000 }),
+    // For the runs about something else: the welcome's "Ok", the tour it starts ended, and the other
+    // two tours marked as shown.
+    async skipTours() {
+      await app.panel().locator('.zorvex-alert-button.action').click();
+      await app.panelsGone();
+      await page.evaluate(() => {
+        const s = window.zorvex.settings;
+        s.setHasShownEditControls();
+        s.setHasShownArrangeTutorial();
+        window.zorvex.walkthrough.end();
+      });
+      await app.status(); // the flags are stored
+    },
     ask: (request) => page.evaluate((r) => window.zorvex.engine.request(r), request),
     status: () => app.ask({ type: 'status' }),
     effects: async () => (await app.ask({ type: 'effects' })).rows,

@@ -8,12 +8,19 @@ import { BrowserPhotoLibrary } from './platform/photo-library';
 import { decodePicture } from './platform/pictures';
 import { SettingsController } from './platform/settings';
 import { MemoryStorage, type KeyValueStorage } from './platform/storage';
+import { ZorvexAlertVC } from './screens/alert-panel';
 import { CameraIntefaceVC, noHooks, type MainScreenHooks } from './screens/camera-inteface-vc';
 import { CameraControlsVC, EditControlsVC } from './screens/controls';
+import { AlertPanelDom } from './screens/dom/alert-panel-dom';
 import { ArrangeScreenDom } from './screens/dom/arrange-screen-dom';
 import { MainScreenDom } from './screens/dom/main-screen-dom';
+import { elementAnchor, WalkthroughDom } from './screens/dom/walkthrough-dom';
+import { buildMenu, openInNewTab } from './screens/dom/menu-setup';
 import { EffectedImageView } from './screens/effected-image-view';
 import { EffectsArrangeVC } from './screens/effects-arrange-vc';
+import { ServerMessageLoader } from './screens/server-message';
+import { Tours, type ArrangeAnchor, type MainScreenAnchor } from './screens/tours';
+import { Walkthrough } from './screens/walkthrough';
 
 function browserStorage(): KeyValueStorage {
   try {
@@ -47,6 +54,7 @@ async function start(): Promise<void> {
   const analytics = new StoredAnalytics(storage);
   setAnalyticsSink(analytics);
   const settings = new SettingsController(defaults);
+  ZorvexAlertVC.configure({ defaults, makeView: () => new AlertPanelDom() });
 
   const engine = new EngineClient(
     () =>
@@ -64,8 +72,8 @@ async function start(): Promise<void> {
   const library = new BrowserPhotoLibrary(
     (title, action) =>
       new Promise((resolve) => {
-        dom.showAlert({ title, body: 'The picture is ready.', cancel: 'Cancel', action, onAction: () => resolve(true) });
-        document.getElementById('alert-cancel')?.addEventListener('click', () => resolve(false), { once: true });
+        const panel = ZorvexAlertVC.present(title, 'The picture is ready.', 'Cancel', action, false, () => resolve(true), false);
+        if (panel) panel.onDismissed = () => resolve(false);
       }),
   );
   const imageView = new EffectedImageView(engine, canvas, library, decodePicture);
@@ -81,7 +89,6 @@ async function start(): Promise<void> {
     view: arrangeDom,
     engine,
     settings,
-    // The tours are not built yet: the hook does nothing, and the flag is set as if it had run.
     startWalkthrough: () => hooks.startWalkthrough('arrange'),
     pop: () => {
       if (!arrangeDom.isPresented) return;
@@ -98,7 +105,37 @@ async function start(): Promise<void> {
     vc.viewDidDisappear();
     setTimeout(() => fxArrange2.viewDidAppear(), 300);
   };
-  const hooks: MainScreenHooks = { ...noHooks, openArrangeScreen };
+  const messages = new ServerMessageLoader({
+    origin: window.location.origin,
+    fetch: (url) => fetch(url, { cache: 'no-store' }),
+    random: () => crypto.getRandomValues(new Uint32Array(1))[0]!,
+    open: openInNewTab,
+  });
+  // The tours point at the controls by the names of the screens' fields.
+  const anchors: Record<MainScreenAnchor | ArrangeAnchor, string> = {
+    randomEffectsButton: '#random-effects',
+    randomParamsButton: '#random-params',
+    blendButton: '#blend',
+    showEffectsArrangeButton: '#effects-arrange',
+    alphaSlider: '#alpha-slider',
+    libraryButton: '#library',
+    activityIndicatorHolder: '#top', // the middle of the picture
+    utilityControlsHolder: '.utility-row',
+    doneButton: '#done',
+    tableView: '#arrange-list',
+  };
+  const anchor = (name: MainScreenAnchor | ArrangeAnchor) => elementAnchor(() => document.querySelector(anchors[name]));
+  const walkthroughDom = new WalkthroughDom();
+  const walkthrough = new Walkthrough(walkthroughDom, storage);
+  walkthroughDom.connect(walkthrough);
+  const tours = new Tours({ walkthrough, mode: () => vc.mode, mainAnchor: anchor, arrangeAnchor: anchor });
+  const hooks: MainScreenHooks = {
+    ...noHooks,
+    startWalkthrough: (tour) => tours.startWalkthrough(tour),
+    openArrangeScreen,
+    openMenu: () => menu.open(),
+    loadServerMessage: () => void messages.loadServerMessage(),
+  };
 
   const vc = new CameraIntefaceVC({
     view: dom,
@@ -115,6 +152,7 @@ async function start(): Promise<void> {
     hooks,
   });
   engine.onRestarted = () => void imageView.restore();
+  const { menu } = buildMenu({ main: vc, defaults, settings, analytics });
 
   dom.connect(vc, cameraControlsVC, editControlsVC);
   arrangeDom.connect(fxArrange2);
@@ -133,14 +171,14 @@ async function start(): Promise<void> {
   };
   new ResizeObserver(relayout).observe(dom.canvas);
   window.addEventListener('resize', relayout);
-  // The main screen appears again with the page, unless the Arrange screen covers it.
+  // The main screen appears again with the page, unless the Arrange screen or the menu covers it.
   document.addEventListener('visibilitychange', () => {
     if (document.hidden) vc.viewDidDisappear();
-    else if (!arrangeDom.isShown) vc.viewWillAppear();
+    else if (!arrangeDom.isShown && !menu.isOpen) vc.viewWillAppear();
   });
 
   // For the end-to-end tests and the browser benchmark.
-  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings } });
+  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings, menu, walkthrough } });
 }
 
 start().catch((error: unknown) => {

@@ -41,6 +41,10 @@ export class StoredAnalytics implements AnalyticsSink {
       // A full storage loses the event, never the app.
     }
   }
+
+  clear(): void {
+    this.storage.setItem(kAnalyticsStorageKey, '[]');
+  }
 }
 
 let sink: AnalyticsSink | null = null;

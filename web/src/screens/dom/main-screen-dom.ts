@@ -1,11 +1,13 @@
 // The main screen's views in the page's DOM: what the controllers tell them is shown here, and the
 // user's presses, touches and keys go back to the controllers.
 import type { RawPicture, Size } from '../../engine/shared/protocol';
+import { ZorvexAlertVC } from '../alert-panel';
 import type { Alert, Axis, CameraIntefaceVC, MainScreenView } from '../camera-inteface-vc';
 import { Mode } from '../camera-inteface-vc';
 import type { CameraControlsVC, CameraControlsView, EditControlsVC } from '../controls';
 import type { PictureDisplay } from '../effected-image-view';
 import { flashIcons, icons } from './icons';
+import { menuIcons } from './menu-icons';
 
 function element<T extends HTMLElement>(id: string): T {
   const e = document.getElementById(id);
@@ -69,7 +71,6 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private readonly blendPicker = element<HTMLElement>('blend-picker');
   private readonly blendButton = element<HTMLButtonElement>('blend');
   private readonly picker = element<HTMLInputElement>('image-picker');
-  private readonly alert = element<HTMLElement>('alert');
   private readonly flipButton = element<HTMLButtonElement>('flip');
   private readonly flashButton = element<HTMLButtonElement>('flash');
   private readonly noDevices = element<HTMLElement>('no-devices');
@@ -79,12 +80,12 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private lastShotFile: Blob | null = null;
   readonly canvas = element<HTMLCanvasElement>('picture');
   readonly picture = new PictureCanvas(this.canvas);
-  private alertAction: (() => void) | null = null;
   private blendRows: HTMLButtonElement[] = [];
   private selectedRow = 0;
 
   constructor() {
     element('library').innerHTML = icons.library;
+    element('menu-button').innerHTML = menuIcons.menu;
     this.flipButton.innerHTML = icons.flip;
     this.flashButton.innerHTML = icons.flash_auto;
     element('done').innerHTML = icons.done;
@@ -191,26 +192,9 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
     element('top').prepend(this.canvas);
     this.picture.fit();
   }
+  // The app's confirmations go through its alert panel.
   showAlert(alert: Alert): void {
-    element('alert-title').textContent = alert.title;
-    element('alert-body').textContent = alert.body;
-    const cancel = element<HTMLButtonElement>('alert-cancel');
-    cancel.hidden = alert.cancel === null;
-    cancel.textContent = alert.cancel ?? '';
-    const action = element<HTMLButtonElement>('alert-action');
-    action.textContent = alert.action;
-    this.alertAction = alert.onAction;
-    this.alert.hidden = false;
-    action.focus();
-  }
-  get alertShown(): boolean {
-    return !this.alert.hidden;
-  }
-  closeAlert(runAction: boolean): void {
-    this.alert.hidden = true;
-    const action = this.alertAction;
-    this.alertAction = null;
-    if (runAction) action?.();
+    ZorvexAlertVC.present(alert.title, alert.body, alert.cancel, alert.action, false, alert.onAction, false);
   }
 
   // ----- CameraControlsView -----
@@ -282,8 +266,7 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
       event.preventDefault();
       vc.closeBlendModes();
     });
-    on('alert-action', () => this.closeAlert(true));
-    on('alert-cancel', () => this.closeAlert(false));
+    on('menu-button', () => vc.showMenu());
 
     const slider = element<HTMLInputElement>('alpha-slider');
     slider.addEventListener('input', () => vc.sliderChanged(Number(slider.value)));
@@ -313,10 +296,8 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
   private key(event: KeyboardEvent, vc: CameraIntefaceVC): void {
     // Covered by another screen, this one takes no keys.
     if (this.main.inert) return;
-    if (this.alertShown) {
-      if (event.key === 'Escape') this.closeAlert(false);
-      return;
-    }
+    // The alert panel takes its own keys.
+    if (ZorvexAlertVC.alerts.length > 0) return;
     // Typing in a text field is typing.
     if (isTextField(event.target)) return;
     const mode = this.main.dataset.mode === 'edit' ? Mode.edit : Mode.photo;
@@ -357,6 +338,10 @@ export class MainScreenDom implements MainScreenView, CameraControlsView {
       case 'a':
       case 'A':
         vc.showEffectsArrage();
+        break;
+      case 'm':
+      case 'M':
+        vc.showMenu();
         break;
       case 'b':
       case 'B':
