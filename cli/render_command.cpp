@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 
 #include "cli/args.h"
@@ -17,7 +16,9 @@
 #include "core/stack/randomize_controls.h"
 #include "core/stack/settings.h"
 #include "native/analytics_log.h"
+#include "native/controls_file.h"
 #include "native/image_io.h"
+#include "native/input_file.h"
 #include "native/platform_linux.h"
 
 namespace zorvex::cli {
@@ -63,45 +64,25 @@ bool parseEffects(const std::string& text, EffectList& out, std::string& error) 
   return true;
 }
 
-// Exactly 1000 numbers, each from 0 to 0.9999, separated by white space or commas.
+// Exactly 1000 numbers, each from 0 to 0.9999, separated by white space or commas. `usage` tells a
+// bad content (a usage error) from a file that can't be read.
 bool readControls(const std::string& path, ControlValues& out, std::string& error, bool& usage) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    error = path + ": can't open it";
+  std::string text, why;
+  if (!native::readInputFile(path, native::kMaxControlsFileBytes, text, why)) {
+    error = "--controls " + path + ": " + why;
     usage = false;
     return false;
   }
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  std::string text = buffer.str();
-  for (char& c : text)
-    if (c == ',') c = ' ';
-  std::stringstream tokens(text);
-  std::string token;
-  out.clear();
   usage = true;
-  while (tokens >> token) {
-    const size_t position = out.size() + 1;
-    if (position > kControlCount) {
-      error = "--controls " + path + ": value " + std::to_string(position) + " (\"" + token +
-              "\") is one too many: exactly 1000 are needed";
-      return false;
-    }
-    double v;
-    std::string why;
-    if (!parseDouble("value", token, 0.0, 0.9999, v, why)) {
-      error = "--controls " + path + ": value " + std::to_string(position) + " is \"" + token +
-              "\", which is not a number from 0 to 0.9999";
-      return false;
-    }
-    out.push_back(v);
-  }
-  if (out.size() != kControlCount) {
-    error = "--controls " + path + ": it holds " + std::to_string(out.size()) + " values; exactly 1000 are needed";
+  if (!native::parseControls(text, out, why)) {
+    error = "--controls " + path + ": " + why;
     return false;
   }
   return true;
 }
+
+// The input as messages name it.
+std::string inputName(const std::string& input) { return input == "-" ? std::string("standard input") : input; }
 
 // Returns an exit code, or -1 to go on.
 int parse(int argc, char** argv, RenderOptions& o) {
@@ -193,6 +174,7 @@ int renderCommand(int argc, char** argv) {
   // Loading writes the list back; a failed write is reported, but the picture is what this command
   // is for.
   store.finish(kExitOk, false);
+  store.release();
   if (!o.half && !o.full && !o.width) {
     if (auto quality = SettingsController::saveQualityIfValid()) {
       o.half = *quality == SaveQuality::half;
@@ -207,21 +189,22 @@ int renderCommand(int argc, char** argv) {
   if (o.sample) {
     picture = UIImage{drawSamplePicture(1080, 1440), UIImageOrientationUp};
   } else {
-    std::string error;
-    picture = native::readImage(o.input, error);
+    std::string error, warning;
+    picture = native::readImage(o.input, error, &warning);
     if (!picture) {
-      complain(o.input + ": " + error);
+      complain(inputName(o.input) + ": " + error);
       return kExitFailure;
     }
+    if (!warning.empty()) complain("warning: " + inputName(o.input) + ": " + warning);
   }
   const CGImageRef base = KImageProcessing::correctForCameraOrientation(picture).CGImage;
   if (!base) {
-    complain(o.input + ": not enough memory to turn the picture upright");
+    complain(inputName(o.input) + ": not enough memory to turn the picture upright");
     return kExitFailure;
   }
   const int64_t W = int64_t(CGImageGetWidth(base)), H = int64_t(CGImageGetHeight(base));
   if (W < kMinSide || H < kMinSide) {
-    complain(o.input + ": the picture is " + std::to_string(W) + "x" + std::to_string(H) +
+    complain(inputName(o.input) + ": the picture is " + std::to_string(W) + "x" + std::to_string(H) +
              " pixels; it must be at least 16 pixels on each side");
     return kExitFailure;
   }
@@ -249,8 +232,11 @@ int renderCommand(int argc, char** argv) {
     h /= 2;
   }
   if (w < 1 || h < 1) {
-    complain("the render size " + std::to_string(w) + "x" + std::to_string(h) + " has no pixels");
-    return kExitFailure;
+    // Only --width can ask for so small a render of a picture of 16 pixels a side or more.
+    complain("--width " + std::to_string(o.width) + " leaves a render of " + std::to_string(w) + "x" +
+             std::to_string(h) + " pixels for this " + std::to_string(baseW) + "x" + std::to_string(baseH) +
+             " picture; give a larger width");
+    return kExitUsage;
   }
   const bool showProgress = isatty(STDERR_FILENO) && w * h >= 4'000'000;
   int64_t pass = 0;
