@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -81,8 +82,9 @@ settings actions:
   set save-quality full|half
   reset-tutorials         clear the three tutorial flags
 
-IN is a PNG or JPEG; a JPEG's orientation tag is honoured. Pictures must be at
-least 16 pixels on each side.
+IN is a PNG or JPEG file, or - for standard input; a JPEG's orientation tag is
+honoured. Pictures must be at least 16 pixels on each side. OUT is replaced
+atomically: a reader sees the old file or the whole new one.
 Exit status: 0 on success, 2 for a usage error (a row number outside the list
 included), 1 when a file can't be read, decoded or written.
 )";
@@ -101,7 +103,19 @@ void printEffects() {
 
 }  // namespace zorvex::cli
 
-int main(int argc, char** argv) {
+namespace {
+
+// The command's own output must reach standard output whole: a failed write there (a full disk, a
+// closed pipe) is a failure of the command.
+int checkedOutput(int code) {
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    zorvex::cli::complain(std::string("can't write to standard output (") + std::strerror(errno) + ")");
+    return code == zorvex::cli::kExitOk ? zorvex::cli::kExitFailure : code;
+  }
+  return code;
+}
+
+int run(int argc, char** argv) {
   using namespace zorvex::cli;
   if (argc < 2) {
     std::fputs(kUsage, stderr);
@@ -121,3 +135,7 @@ int main(int argc, char** argv) {
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;
 }
+
+}  // namespace
+
+int main(int argc, char** argv) { return checkedOutput(run(argc, argv)); }
