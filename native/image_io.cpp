@@ -170,10 +170,9 @@ CGImageRef readJpeg(FILE* stream, std::string& error, std::string* warning, UIIm
   jpeg_stdio_src(&s->cinfo, stream);
   jpeg_save_markers(&s->cinfo, JPEG_APP0 + 1, 0xFFFF);
   jpeg_read_header(&s->cinfo, TRUE);
-  if (std::string e = sizeCheck(s->cinfo.image_width, s->cinfo.image_height, maxPixels); !e.empty()) {
-    s->error = e;
-    longjmp(s->err.jump, 1);
-  }
+  // No local with a destructor may be in scope at a longjmp: the message goes straight to `s`.
+  s->error = sizeCheck(s->cinfo.image_width, s->cinfo.image_height, maxPixels);
+  if (!s->error.empty()) longjmp(s->err.jump, 1);
   for (jpeg_saved_marker_ptr m = s->cinfo.marker_list; m; m = m->next) {
     if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 && std::memcmp(m->data, "Exif\0\0", 6) == 0) {
       s->orientation = exifOrientation(m->data, m->data_length);
