@@ -103,7 +103,9 @@ bool parseUint64(const std::string& option, const std::string& text, uint64_t& o
   char* end = nullptr;
   errno = 0;
   const unsigned long long v = std::strtoull(text.c_str(), &end, 10);
-  if (text.empty() || text[0] == '-' || text[0] == '+' || *end != '\0' || errno == ERANGE) {
+  // Digits only: strtoull would take leading blanks and a minus sign, and turn " -1" into 2^64 - 1.
+  const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  if (!digits || *end != '\0' || errno == ERANGE) {
     error = option + " must be a whole number from 0 to 18446744073709551615, not \"" + text + "\"";
     return false;
   }

@@ -49,6 +49,22 @@ bool parseRow(const std::string& what, const std::string& text, size_t count, si
   return true;
 }
 
+// C0 and C1 control characters and DEL, which would break the listing's lines.
+bool hasControlCharacter(const std::string& utf8) {
+  for (size_t i = 0; i < utf8.size(); ++i) {
+    const auto c = static_cast<unsigned char>(utf8[i]);
+    if (c < 0x20 || c == 0x7F) return true;
+    if (c == 0xC2 && i + 1 < utf8.size() && static_cast<unsigned char>(utf8[i + 1]) < 0xA0) return true;  // U+0080..U+009F
+  }
+  return false;
+}
+
+bool isBuiltinName(const std::string& name) {
+  for (std::string_view builtin : EffectsData::builtinEffectNames)
+    if (builtin == name) return true;
+  return false;
+}
+
 }  // namespace
 
 int effectsCommand(int argc, char** argv) {
@@ -75,6 +91,8 @@ int effectsCommand(int argc, char** argv) {
     code = expect(1, "one name (quote a name with spaces)");
     if (code < 0 && p[1].empty()) return usageError("effects preset: the name is empty");
     if (code < 0 && !plist::isValidUtf8(p[1])) return usageError("effects preset: the name is not UTF-8 text");
+    if (code < 0 && hasControlCharacter(p[1]))
+      return usageError("effects preset: the name holds a control character (a line break, a tab...); use plain text");
   } else if (action == "randomize" || action == "reset") {
     code = expect(0, "no arguments");
   } else {
@@ -93,7 +111,11 @@ int effectsCommand(int argc, char** argv) {
     if (action == "toggle") {
       data.toggleEffect(row);
     } else {
+      const EffectRef removed = data.effects[row];
       data.removeEffect(row);
+      if (!removed->subEffects && isBuiltinName(removed->name))
+        complain(removed->name + " is a built-in effect: it comes back, off and last, the next time the list is "
+                 "loaded");
     }
   } else if (action == "move") {
     size_t from, to;

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -71,8 +72,9 @@ Runs the effect stack on the picture IN and writes the composed picture OUT.
                           base each time, with the same controls) before the
                           final render
   --sample                use the built-in sample picture instead of IN
-IN is a PNG or JPEG; a JPEG's orientation tag is honoured. Pictures must be at
-least 16 pixels on each side.
+IN is a PNG or JPEG file, or - for standard input; a JPEG's orientation tag is
+honoured. Pictures must be at least 16 pixels on each side. OUT is replaced
+atomically: a reader sees the old file or the whole new one.
 
 Moving pictures: IN may be a GIF or a video (MP4, MOV, Matroska, WebM, AVI).
 Every frame goes through the stack; the frame times, and a video's sound, are
@@ -199,7 +201,19 @@ void printEffects() {
 
 }  // namespace zorvex::cli
 
-int main(int argc, char** argv) {
+namespace {
+
+// The command's own output must reach standard output whole: a failed write there (a full disk, a
+// closed pipe) is a failure of the command.
+int checkedOutput(int code) {
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    zorvex::cli::complain(std::string("can't write to standard output (") + std::strerror(errno) + ")");
+    return code == zorvex::cli::kExitOk ? zorvex::cli::kExitFailure : code;
+  }
+  return code;
+}
+
+int run(int argc, char** argv) {
   using namespace zorvex::cli;
   if (argc < 2) {
     std::fputs(kOverview, stderr);
@@ -234,3 +248,7 @@ int main(int argc, char** argv) {
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;
 }
+
+}  // namespace
+
+int main(int argc, char** argv) { return checkedOutput(run(argc, argv)); }

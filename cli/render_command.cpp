@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "cli/animate.h"
@@ -23,7 +22,9 @@
 #include "core/stack/randomize_controls.h"
 #include "core/stack/settings.h"
 #include "native/analytics_log.h"
+#include "native/controls_file.h"
 #include "native/image_io.h"
+#include "native/input_file.h"
 #include "native/interruptible_output.h"
 #include "native/platform_linux.h"
 #include "native/video_io.h"
@@ -85,45 +86,25 @@ bool parseEffects(const std::string& text, EffectList& out, std::string& error) 
   return true;
 }
 
-// Exactly 1000 numbers, each from 0 to 0.9999, separated by white space or commas.
+// Exactly 1000 numbers, each from 0 to 0.9999, separated by white space or commas. `usage` tells a
+// bad content (a usage error) from a file that can't be read.
 bool readControls(const std::string& path, ControlValues& out, std::string& error, bool& usage) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    error = path + ": can't open it";
+  std::string text, why;
+  if (!native::readInputFile(path, native::kMaxControlsFileBytes, text, why)) {
+    error = "--controls " + path + ": " + why;
     usage = false;
     return false;
   }
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  std::string text = buffer.str();
-  for (char& c : text)
-    if (c == ',') c = ' ';
-  std::stringstream tokens(text);
-  std::string token;
-  out.clear();
   usage = true;
-  while (tokens >> token) {
-    const size_t position = out.size() + 1;
-    if (position > kControlCount) {
-      error = "--controls " + path + ": value " + std::to_string(position) + " (\"" + token +
-              "\") is one too many: exactly 1000 are needed";
-      return false;
-    }
-    double v;
-    std::string why;
-    if (!parseDouble("value", token, 0.0, 0.9999, v, why)) {
-      error = "--controls " + path + ": value " + std::to_string(position) + " is \"" + token +
-              "\", which is not a number from 0 to 0.9999";
-      return false;
-    }
-    out.push_back(v);
-  }
-  if (out.size() != kControlCount) {
-    error = "--controls " + path + ": it holds " + std::to_string(out.size()) + " values; exactly 1000 are needed";
+  if (!native::parseControls(text, out, why)) {
+    error = "--controls " + path + ": " + why;
     return false;
   }
   return true;
 }
+
+// The input as messages name it.
+std::string inputName(const std::string& input) { return input == "-" ? std::string("standard input") : input; }
 
 // Returns an exit code, or -1 to go on.
 int parse(int argc, char** argv, RenderOptions& o) {
@@ -290,7 +271,10 @@ CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const C
     h /= 2;
   }
   if (w < 1 || h < 1) {
-    error = name + ": the render size " + std::to_string(w) + "x" + std::to_string(h) + " has no pixels";
+    // Only --width can ask for so small a render of a picture of 16 pixels a side or more.
+    error = name + ": --width " + std::to_string(o.width) + " leaves a render of " + std::to_string(w) + "x" +
+            std::to_string(h) + " pixels for this " + std::to_string(baseW) + "x" + std::to_string(baseH) +
+            " picture; give a larger width";
     return nullptr;
   }
   showProgress = showProgress && w * h >= 4'000'000;
@@ -378,24 +362,26 @@ bool renderFile(const RenderOptions& o, const std::string& in, const std::string
   if (o.loop || native::isAnimationPath(out) || (!o.sample && native::isAnimationFile(in)))
     return renderMoving(o, in, out, controls, seed, showProgress, error);
   UIImage picture;
+  std::string note;
   if (o.sample) {
     picture = UIImage{drawSamplePicture(1080, 1440), UIImageOrientationUp};
   } else {
-    picture = native::readImage(in, error);
+    std::string warning;
+    picture = native::readImage(in, error, &warning);
     if (!picture) {
-      error = in + ": " + error;
+      error = inputName(in) + ": " + error;
       return false;
     }
+    if (!warning.empty()) note = "warning: " + inputName(in) + ": " + warning;
   }
-  const CGImageRef result = renderPicture(o, picture, controls, o.sample ? "the sample" : in, showProgress, error);
+  const CGImageRef result = renderPicture(o, picture, controls, o.sample ? "the sample" : inputName(in), showProgress, error);
   if (!result) return false;
-  const auto write = [&](const std::string& temporary, std::string& why) {
-    return native::writeImage(result, temporary, why);
-  };
-  if (!native::writeThroughTemporary(out, write, error)) {
+  // The picture is written under a temporary name beside OUT and renamed over it when whole.
+  if (!native::writeImage(result, out, error)) {
     error = out + ": " + error;
     return false;
   }
+  error = note;
   return true;
 }
 
@@ -411,6 +397,7 @@ int renderCommand(int argc, char** argv) {
   // Loading writes the list back; a failed write is reported, but the picture is what this command
   // is for.
   store.finish(kExitOk, false);
+  store.release();
   if (!o.half && !o.full && !o.width) {
     if (auto quality = SettingsController::saveQualityIfValid()) {
       o.half = *quality == SaveQuality::half;

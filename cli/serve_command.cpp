@@ -1,22 +1,26 @@
 // zorvex serve: the built web app on localhost, with the headers a WebAssembly app needs, and the
 // server message document at /zorvex/messageJSON.php. Nothing outside the app's folder is served.
-#include <httplib.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 
 #include "cli/args.h"
 #include "cli/commands.h"
+#include "native/http_server.h"
+#include "native/input_file.h"
+#include "native/json_check.h"
 
 namespace zorvex::cli {
 namespace {
 
 constexpr const char* kMessagePath = "/zorvex/messageJSON.php";
+constexpr uint64_t kMaxMessageBytes = 64 * 1024;
+// Files of the app are read whole into memory for each answer; none is near this.
+constexpr uint64_t kMaxServedFileBytes = 256u << 20;
 
 struct ServeOptions {
   int64_t port = 8080;
@@ -40,15 +44,39 @@ std::optional<std::string> realPath(const std::string& path) {
   return std::string(buffer);
 }
 
-bool readFile(const std::string& path, std::string& out) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  std::ostringstream s;
-  s << in.rdbuf();
-  if (in.bad()) return false;
-  out = s.str();
-  return true;
-}
+// The message document: read at start, and again when the file changes (its identity, size or
+// time), keeping the last good one when the new content is refused.
+class MessageDocument {
+ public:
+  explicit MessageDocument(std::string path) : path_(std::move(path)) {}
+
+  // Reads the file if it changed since the last look. False with `error` when what is there now
+  // can't be used.
+  bool refresh(std::string& error) {
+    struct stat st {};
+    if (stat(path_.c_str(), &st) == 0 && st.st_ino == seen_.st_ino && st.st_dev == seen_.st_dev &&
+        st.st_size == seen_.st_size && st.st_mtim.tv_sec == seen_.st_mtim.tv_sec &&
+        st.st_mtim.tv_nsec == seen_.st_mtim.tv_nsec)
+      return true;
+    std::string text, why;
+    if (!native::readInputFile(path_, kMaxMessageBytes, text, why)) {
+      error = path_ + ": " + why;
+      return false;
+    }
+    if (!native::isJsonObject(text, why)) {
+      error = path_ + ": " + why;
+      return false;
+    }
+    text_ = std::move(text);
+    seen_ = st;
+    return true;
+  }
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string path_, text_;
+  struct stat seen_ {};
+};
 
 std::string contentType(const std::string& path) {
   static const std::pair<const char*, const char*> kTypes[] = {
@@ -127,62 +155,62 @@ int serveCommand(int argc, char** argv) {
     complain("serve: " + o.root + ": no such folder (make builds the web app into web/dist)");
     return kExitFailure;
   }
+  const std::string folder = *root;
+  std::optional<MessageDocument> message;
   if (o.message) {
-    std::string document;
-    if (!readFile(*o.message, document)) {
-      complain("serve: " + *o.message + ": can't read it");
+    message.emplace(*o.message);
+    std::string error;
+    if (!message->refresh(error)) {
+      complain("serve: --message " + error);
       return kExitFailure;
     }
   }
 
-  httplib::Server server;
-  server.set_post_routing_handler([](const httplib::Request&, httplib::Response& res) {
-    res.set_header("Cross-Origin-Opener-Policy", "same-origin");
-    res.set_header("Cross-Origin-Embedder-Policy", "require-corp");
-    res.set_header("Cross-Origin-Resource-Policy", "same-origin");
-    res.set_header("X-Content-Type-Options", "nosniff");
-  });
+  native::HttpServer server(
+      [&](const native::HttpRequest& req, native::HttpResponse& res) {
+        if (req.path == kMessagePath) {
+          std::string error;
+          if (message && !message->refresh(error)) {
+            // Told once per change of the file; the last good document is still answered.
+            static std::string told;
+            if (error != told) std::fprintf(stderr, "zorvex: serve: %s; the previous message is answered\n", error.c_str());
+            told = error;
+          }
+          res.headers.emplace_back("Cache-Control", "no-store");
+          res.contentType = "application/json";
+          if (message) res.body = message->text();
+          return;
+        }
+        const std::string file = resolve(folder, req.path);
+        std::string body, why;
+        if (file.empty() || !native::readInputFile(file, kMaxServedFileBytes, body, why)) {
+          res.status = 404;
+          res.body = "Not found\n";
+          return;
+        }
+        // Hashed build files never change; everything else is looked at again each time.
+        const bool hashed = req.path.rfind("/assets/", 0) == 0;
+        res.headers.emplace_back("Cache-Control", hashed ? "public, max-age=31536000, immutable" : "no-cache");
+        res.contentType = contentType(file);
+        res.body = std::move(body);
+      },
+      {{"Cross-Origin-Opener-Policy", "same-origin"},
+       {"Cross-Origin-Embedder-Policy", "require-corp"},
+       {"Cross-Origin-Resource-Policy", "same-origin"},
+       {"X-Content-Type-Options", "nosniff"}});
 
-  const std::optional<std::string> message = o.message;
-  server.Get(kMessagePath, [message](const httplib::Request&, httplib::Response& res) {
-    std::string document;
-    if (message && !readFile(*message, document)) {
-      std::fprintf(stderr, "zorvex: serve: %s: can't read it\n", message->c_str());
-      res.status = 500;
-      return;
-    }
-    res.set_header("Cache-Control", "no-store");
-    res.set_content(document, "application/json");
-  });
-
-  const std::string folder = *root;
-  server.Get(".*", [folder](const httplib::Request& req, httplib::Response& res) {
-    const std::string file = resolve(folder, req.path);
-    std::string body;
-    if (file.empty() || !readFile(file, body)) {
-      res.status = 404;
-      res.set_content("Not found\n", "text/plain; charset=utf-8");
-      return;
-    }
-    // Hashed build files never change; everything else is looked at again each time.
-    const bool hashed = req.path.rfind("/assets/", 0) == 0;
-    res.set_header("Cache-Control", hashed ? "public, max-age=31536000, immutable" : "no-cache");
-    res.set_content(std::move(body), contentType(file));
-  });
-
-  int port = int(o.port);
-  if (port == 0) {
-    port = server.bind_to_any_port("127.0.0.1");
-  } else if (!server.bind_to_port("127.0.0.1", port)) {
-    port = -1;
-  }
-  if (port <= 0) {
-    complain("serve: can't listen on port " + std::to_string(o.port) + " (is it in use?)");
+  std::string error;
+  if (!server.listen("127.0.0.1", int(o.port), error)) {
+    complain("serve: " + error);
     return kExitFailure;
   }
-  std::printf("Serving %s at http://localhost:%d/ (Ctrl-C stops)\n", folder.c_str(), port);
+  std::printf("Serving %s at http://localhost:%d/ (Ctrl-C stops)\n", folder.c_str(), server.port());
   std::fflush(stdout);
-  return server.listen_after_bind() ? kExitOk : kExitFailure;
+  if (!server.run(error)) {
+    complain("serve: " + error);
+    return kExitFailure;
+  }
+  return kExitOk;
 }
 
 }  // namespace zorvex::cli

@@ -17,17 +17,22 @@ class StoreSession {
   StoreSession& operator=(const StoreSession&) = delete;
   ~StoreSession();
 
-  // Opens the defaults named by --defaults (`flag`), ZORVEX_DEFAULTS or the standard place, says on
-  // standard error when an unreadable file was moved aside, and loads the effect list (its lines go to
-  // standard output). Gives -1 to go on, or the exit code when the file can't be read.
+  // Opens the defaults named by --defaults (`flag`), ZORVEX_DEFAULTS or the standard place (waiting
+  // while another command works on them), says on standard error when an unreadable file was moved
+  // aside or a stored list that can't be used was kept in a copy, and loads the effect list (its lines
+  // go to standard output). Gives -1 to go on, or the exit code when the file can't be read.
   int open(const std::optional<std::string>& flag);
 
   // Says on standard error when a write of the defaults failed. Gives `code`, or kExitFailure after a
   // failed write when `writesMatter`.
   int finish(int code, bool writesMatter = true);
 
+  // Lets other commands at the file, for a command that has read what it needs.
+  void release();
+
  private:
   std::unique_ptr<native::DefaultsFile> file_;
+  bool keepUnchanged_ = false;  // the file can't be written over: a value in it can't be kept
 };
 
 }  // namespace zorvex::cli

@@ -3,17 +3,19 @@
 #include <png.h>
 #include <setjmp.h>
 #include <jpeglib.h>
+#include <jerror.h>
 #include <libexif/exif-data.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <vector>
 
 #include "core/imaging/blend.h"
+#include "native/atomic_file.h"
+#include "native/input_file.h"
 
 namespace zorvex::native {
 namespace {
@@ -30,9 +32,9 @@ bool isJpegPath(const std::string& path) {
   return endsWith(p, ".jpg") || endsWith(p, ".jpeg");
 }
 
-std::string sizeCheck(uint64_t w, uint64_t h) {
+std::string sizeCheck(uint64_t w, uint64_t h, int64_t maxPixels) {
   if (w == 0 || h == 0) return "the picture has no pixels";
-  if (w > uint64_t(kMaxSide) || h > uint64_t(kMaxSide) || w * h > uint64_t(kMaxPixels))
+  if (w > uint64_t(kMaxSide) || h > uint64_t(kMaxSide) || w * h > uint64_t(maxPixels))
     return "the picture is too large (" + std::to_string(w) + "x" + std::to_string(h) + "; at most " +
            std::to_string(kMaxPixels / 1'000'000) + " megapixels and " + std::to_string(kMaxSide) + " pixels a side)";
   return {};
@@ -43,15 +45,15 @@ CGImageRef makeImage(std::shared_ptr<uint8_t[]> pixels, int32_t w, int32_t h, Pi
   return std::make_shared<const CGImage>(std::shared_ptr<const uint8_t[]>(std::move(pixels)), view);
 }
 
-CGImageRef readPng(const std::string& path, std::string& error) {
+CGImageRef readPng(FILE* stream, std::string& error, int64_t maxPixels) {
   png_image image;
   std::memset(&image, 0, sizeof image);
   image.version = PNG_IMAGE_VERSION;
-  if (!png_image_begin_read_from_file(&image, path.c_str())) {
+  if (!png_image_begin_read_from_stdio(&image, stream)) {
     error = std::string("not a readable PNG picture (") + image.message + ")";
     return nullptr;
   }
-  if (std::string e = sizeCheck(image.width, image.height); !e.empty()) {
+  if (std::string e = sizeCheck(image.width, image.height, maxPixels); !e.empty()) {
     png_image_free(&image);
     error = e;
     return nullptr;
@@ -85,65 +87,43 @@ struct JpegError {
   jpeg_error_mgr mgr;
   jmp_buf jump;
   char message[JMSG_LENGTH_MAX];
+  bool endedEarly = false;  // the data stopped before the picture's end
+  bool damaged = false;     // some of the data could not be decoded
 };
 void onJpegError(j_common_ptr cinfo) {
   auto* err = reinterpret_cast<JpegError*>(cinfo->err);
   (*cinfo->err->format_message)(cinfo, err->message);
   longjmp(err->jump, 1);
 }
-void quietJpegWarning(j_common_ptr, int) {}
+// Warnings (level -1) say that the data is damaged or ended early; the decoder goes on with what it
+// has, and so do we, but the user is told. Trace messages are dropped.
+void noteJpegWarning(j_common_ptr cinfo, int level) {
+  if (level != -1) return;
+  auto* err = reinterpret_cast<JpegError*>(cinfo->err);
+  if (cinfo->err->msg_code == JWRN_JPEG_EOF) {
+    err->endedEarly = true;
+  } else {
+    err->damaged = true;
+  }
+}
 
 // Everything that changes after setjmp lives behind this pointer, so that a longjmp leaves no local
 // in an unknown state.
 struct JpegRead {
   jpeg_decompress_struct cinfo;
   JpegError err;
-  std::vector<uint8_t> file;
   std::shared_ptr<uint8_t[]> pixels;
+  std::vector<uint8_t> row;
   std::string error;
+  UIImageOrientation orientation = UIImageOrientationUp;
 };
 
-CGImageRef readJpeg(const std::vector<uint8_t>& bytes, std::string& error) {
-  auto s = std::make_unique<JpegRead>();
-  s->file = bytes;
-  s->cinfo.err = jpeg_std_error(&s->err.mgr);
-  s->err.mgr.error_exit = onJpegError;
-  s->err.mgr.emit_message = quietJpegWarning;
-  if (setjmp(s->err.jump)) {
-    jpeg_destroy_decompress(&s->cinfo);
-    error = s->error.empty() ? std::string("the JPEG data is damaged (") + s->err.message + ")" : s->error;
-    return nullptr;
-  }
-  jpeg_create_decompress(&s->cinfo);
-  jpeg_mem_src(&s->cinfo, s->file.data(), static_cast<unsigned long>(s->file.size()));
-  jpeg_read_header(&s->cinfo, TRUE);
-  if (std::string e = sizeCheck(s->cinfo.image_width, s->cinfo.image_height); !e.empty()) {
-    jpeg_destroy_decompress(&s->cinfo);
-    error = e;
-    return nullptr;
-  }
-  s->cinfo.out_color_space = JCS_EXT_RGBX;
-  jpeg_start_decompress(&s->cinfo);
-  const uint32_t w = s->cinfo.output_width, h = s->cinfo.output_height;
-  s->pixels.reset(new (std::nothrow) uint8_t[size_t(w) * h * 4]);
-  if (!s->pixels) {
-    s->error = "not enough memory for the picture";
-    longjmp(s->err.jump, 1);
-  }
-  while (s->cinfo.output_scanline < h) {
-    JSAMPROW row = s->pixels.get() + size_t(s->cinfo.output_scanline) * w * 4;
-    jpeg_read_scanlines(&s->cinfo, &row, 1);
-  }
-  jpeg_finish_decompress(&s->cinfo);
-  jpeg_destroy_decompress(&s->cinfo);
-  return makeImage(std::move(s->pixels), int32_t(w), int32_t(h), PixelFormat::RGBX);
-}
-
-UIImageOrientation exifOrientation(const std::vector<uint8_t>& bytes) {
-  ExifData* data = exif_data_new_from_data(bytes.data(), static_cast<unsigned int>(bytes.size()));
+// The orientation tag of an EXIF segment ("Exif\0\0" and a TIFF structure).
+UIImageOrientation exifOrientation(const uint8_t* bytes, size_t size) {
+  ExifData* data = exif_data_new_from_data(bytes, static_cast<unsigned int>(size));
   if (!data) return UIImageOrientationUp;
   UIImageOrientation o = UIImageOrientationUp;
-  if (ExifEntry* e = exif_data_get_entry(data, EXIF_TAG_ORIENTATION); e && e->format == EXIF_FORMAT_SHORT) {
+  if (ExifEntry* e = exif_data_get_entry(data, EXIF_TAG_ORIENTATION); e && e->format == EXIF_FORMAT_SHORT && e->size >= 2) {
     switch (exif_get_short(e->data, exif_data_get_byte_order(data))) {
       case 2: o = UIImageOrientationUpMirrored; break;
       case 3: o = UIImageOrientationDown; break;
@@ -159,25 +139,100 @@ UIImageOrientation exifOrientation(const std::vector<uint8_t>& bytes) {
   return o;
 }
 
-bool readFile(const std::string& path, std::vector<uint8_t>& out, std::string& error) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    error = std::string("can't open it (") + std::strerror(errno) + ")";
-    return false;
+// CMYK (or YCCK, which the decoder turns into CMYK) to RGB, without a colour profile. Adobe's
+// programs store the values inverted (255 is no ink) and mark the file so.
+void cmykToRgbx(const uint8_t* in, uint8_t* out, uint32_t w, bool inverted) {
+  for (uint32_t x = 0; x < w; ++x, in += 4, out += 4) {
+    const uint32_t k = inverted ? in[3] : 255u - in[3];
+    for (int c = 0; c < 3; ++c) out[c] = uint8_t(raster::div255((inverted ? in[c] : 255u - in[c]) * k));
+    out[3] = 255;
   }
-  in.seekg(0, std::ios::end);
-  const std::streamoff size = in.tellg();
-  if (size < 0) {
-    error = "can't read it";
-    return false;
+}
+
+CGImageRef readJpeg(FILE* stream, std::string& error, std::string* warning, UIImageOrientation& orientation,
+                    int64_t maxPixels) {
+  auto s = std::make_unique<JpegRead>();
+  s->cinfo.err = jpeg_std_error(&s->err.mgr);
+  s->err.mgr.error_exit = onJpegError;
+  s->err.mgr.emit_message = noteJpegWarning;
+  if (setjmp(s->err.jump)) {
+    jpeg_destroy_decompress(&s->cinfo);
+    if (!s->error.empty()) {
+      error = s->error;
+    } else if (s->err.endedEarly) {
+      error = std::string("the JPEG data ends before the picture begins (") + s->err.message + ")";
+    } else {
+      error = std::string("the JPEG data is damaged (") + s->err.message + ")";
+    }
+    return nullptr;
   }
-  in.seekg(0);
-  out.resize(size_t(size));
-  if (size > 0 && !in.read(reinterpret_cast<char*>(out.data()), size)) {
-    error = "can't read it";
-    return false;
+  jpeg_create_decompress(&s->cinfo);
+  jpeg_stdio_src(&s->cinfo, stream);
+  jpeg_save_markers(&s->cinfo, JPEG_APP0 + 1, 0xFFFF);
+  jpeg_read_header(&s->cinfo, TRUE);
+  // No local with a destructor may be in scope at a longjmp: the message goes straight to `s`.
+  s->error = sizeCheck(s->cinfo.image_width, s->cinfo.image_height, maxPixels);
+  if (!s->error.empty()) longjmp(s->err.jump, 1);
+  for (jpeg_saved_marker_ptr m = s->cinfo.marker_list; m; m = m->next) {
+    if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 && std::memcmp(m->data, "Exif\0\0", 6) == 0) {
+      s->orientation = exifOrientation(m->data, m->data_length);
+      break;
+    }
   }
-  return true;
+  const J_COLOR_SPACE space = s->cinfo.jpeg_color_space;
+  const bool cmyk = space == JCS_CMYK || space == JCS_YCCK;
+  if (!cmyk && space != JCS_GRAYSCALE && space != JCS_YCbCr && space != JCS_RGB) {
+    s->error = "a JPEG of " + std::to_string(s->cinfo.num_components) +
+               " colour components in no colour space Zorvex knows; only grey, RGB, YCbCr and CMYK are read";
+    longjmp(s->err.jump, 1);
+  }
+  s->cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_EXT_RGBX;
+  jpeg_start_decompress(&s->cinfo);
+  const uint32_t w = s->cinfo.output_width, h = s->cinfo.output_height;
+  s->pixels.reset(new (std::nothrow) uint8_t[size_t(w) * h * 4]);
+  if (!s->pixels) {
+    s->error = "not enough memory for the picture";
+    longjmp(s->err.jump, 1);
+  }
+  if (cmyk) s->row.resize(size_t(w) * 4);
+  while (s->cinfo.output_scanline < h) {
+    uint8_t* out = s->pixels.get() + size_t(s->cinfo.output_scanline) * w * 4;
+    JSAMPROW row = cmyk ? s->row.data() : out;
+    jpeg_read_scanlines(&s->cinfo, &row, 1);
+    if (cmyk) cmykToRgbx(s->row.data(), out, w, s->cinfo.saw_Adobe_marker);
+  }
+  // What comes after the picture's last row (often nothing, when the file was cut) doesn't matter.
+  jpeg_abort_decompress(&s->cinfo);
+  jpeg_destroy_decompress(&s->cinfo);
+  if (warning) {
+    if (s->err.endedEarly) {
+      *warning = "its data ended early; what decoded is used, the rest of the picture is grey";
+    } else if (s->err.damaged) {
+      *warning = "its data is damaged in places; the picture is used as it decodes";
+    }
+  }
+  orientation = s->orientation;
+  return makeImage(std::move(s->pixels), int32_t(w), int32_t(h), PixelFormat::RGBX);
+}
+
+// A stdio stream that gives `prefix` first and then the rest of `inner`: the bytes read to tell the
+// formats apart go back in front of the stream the decoder reads.
+struct Prefixed {
+  std::string prefix;
+  size_t at = 0;
+  FILE* inner;
+};
+ssize_t readPrefixed(void* cookie, char* buffer, size_t size) {
+  auto* p = static_cast<Prefixed*>(cookie);
+  if (p->at < p->prefix.size()) {
+    const size_t n = std::min(size, p->prefix.size() - p->at);
+    std::memcpy(buffer, p->prefix.data() + p->at, n);
+    p->at += n;
+    return ssize_t(n);
+  }
+  const size_t n = std::fread(buffer, 1, size, p->inner);
+  if (n == 0 && std::ferror(p->inner)) return -1;
+  return ssize_t(n);
 }
 
 // Rows of the picture as RGB or RGBA bytes, unpremultiplied; alpha only if some pixel isn't opaque.
@@ -210,7 +265,7 @@ struct JpegWrite {
   FILE* file = nullptr;
 };
 
-bool writeJpeg(const CGImageRef& image, const std::string& path, std::string& error, int quality) {
+bool writeJpeg(const CGImageRef& image, FILE* file, std::string& error, int quality) {
   const PixelView& src = image->pixels();
   // The colour of a pixel with alpha is its colour over black, as the premultiplied bytes are.
   std::vector<uint8_t> rgb(size_t(src.width) * size_t(src.height) * 3);
@@ -225,16 +280,11 @@ bool writeJpeg(const CGImageRef& image, const std::string& path, std::string& er
     }
   }
   auto s = std::make_unique<JpegWrite>();
-  s->file = std::fopen(path.c_str(), "wb");
-  if (!s->file) {
-    error = std::string("can't write it (") + std::strerror(errno) + ")";
-    return false;
-  }
+  s->file = file;
   s->cinfo.err = jpeg_std_error(&s->err.mgr);
   s->err.mgr.error_exit = onJpegError;
   if (setjmp(s->err.jump)) {
     jpeg_destroy_compress(&s->cinfo);
-    std::fclose(s->file);
     error = std::string("can't write it as JPEG (") + s->err.message + ")";
     return false;
   }
@@ -253,14 +303,10 @@ bool writeJpeg(const CGImageRef& image, const std::string& path, std::string& er
   }
   jpeg_finish_compress(&s->cinfo);
   jpeg_destroy_compress(&s->cinfo);
-  if (std::fclose(s->file) != 0) {
-    error = std::string("can't write it (") + std::strerror(errno) + ")";
-    return false;
-  }
   return true;
 }
 
-bool writePng(const CGImageRef& image, const std::string& path, std::string& error) {
+bool writePng(const CGImageRef& image, FILE* file, std::string& error) {
   bool withAlpha = false;
   const std::vector<uint8_t> px = straightPixels(image, withAlpha);
   png_image out;
@@ -269,7 +315,7 @@ bool writePng(const CGImageRef& image, const std::string& path, std::string& err
   out.width = png_uint_32(image->width());
   out.height = png_uint_32(image->height());
   out.format = withAlpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
-  if (!png_image_write_to_file(&out, path.c_str(), 0, px.data(), 0, nullptr)) {
+  if (!png_image_write_to_stdio(&out, file, 0, px.data(), 0, nullptr)) {
     error = std::string("can't write it (") + out.message + ")";
     return false;
   }
@@ -278,19 +324,53 @@ bool writePng(const CGImageRef& image, const std::string& path, std::string& err
 
 }  // namespace
 
-UIImage readImage(const std::string& path, std::string& error) {
-  std::vector<uint8_t> bytes;
-  if (!readFile(path, bytes, error)) return {};
-  if (bytes.size() >= 8 && std::memcmp(bytes.data(), "\x89PNG\r\n\x1a\n", 8) == 0) {
-    return UIImage{readPng(path, error), UIImageOrientationUp};
+UIImage readImage(FILE* stream, std::string& error, std::string* warning, int64_t maxPixels) {
+  // The first bytes tell the formats apart; they go back in front of the stream for the decoder.
+  char head[8];
+  const size_t got = std::fread(head, 1, sizeof head, stream);
+  if (got == 0) {
+    error = std::ferror(stream) ? "can't read it" : "the file is empty";
+    return {};
   }
-  if (bytes.size() >= 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF) {
-    CGImageRef image = readJpeg(bytes, error);
-    if (!image) return {};
-    return UIImage{image, exifOrientation(bytes)};
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(head);
+  const bool png = got == 8 && std::memcmp(head, "\x89PNG\r\n\x1a\n", 8) == 0;
+  const bool jpeg = got >= 3 && b[0] == 0xFF && b[1] == 0xD8 && b[2] == 0xFF;
+  if (!png && !jpeg) {
+    error = "not a PNG or JPEG picture";
+    return {};
   }
-  error = bytes.empty() ? "the file is empty" : "not a PNG or JPEG picture";
-  return {};
+  Prefixed prefixed{std::string(head, got), 0, stream};
+  const cookie_io_functions_t io{readPrefixed, nullptr, nullptr, nullptr};
+  FILE* whole = fopencookie(&prefixed, "rb", io);
+  if (!whole) {
+    error = std::string("can't read it (") + std::strerror(errno) + ")";
+    return {};
+  }
+  UIImage image;
+  if (png) {
+    image = UIImage{readPng(whole, error, maxPixels), UIImageOrientationUp};
+  } else {
+    UIImageOrientation orientation = UIImageOrientationUp;
+    CGImageRef pixels = readJpeg(whole, error, warning, orientation, maxPixels);
+    if (pixels) image = UIImage{pixels, orientation};
+  }
+  std::fclose(whole);
+  return image;
+}
+
+UIImage readImage(const std::string& path, std::string& error, std::string* warning) {
+  const std::unique_ptr<InputFile> in = InputFile::open(path, kMaxImageFileBytes, error);
+  if (!in) return {};
+  std::string warned;
+  UIImage image = readImage(in->stream(), error, &warned);
+  // A read that failed (the size limit, an I/O error) reaches the decoders as an early end; it is
+  // an error, not damage in the picture.
+  if (const std::string failure = in->readFailure(); !failure.empty()) {
+    error = failure;
+    return {};
+  }
+  if (warning) *warning = warned;
+  return image;
 }
 
 bool isWritableImagePath(const std::string& path) {
@@ -306,16 +386,21 @@ bool writeImage(const CGImageRef& image, const std::string& path, std::string& e
     error = "unknown picture type: use .png, .jpg or .jpeg";
     return false;
   }
-  // Written beside the target and renamed over it, so that a failure leaves any old file whole.
-  const std::string partial = path + ".partial";
-  const bool ok = isJpegPath(path) ? writeJpeg(image, partial, error, jpegQuality) : writePng(image, partial, error);
-  if (!ok) {
-    std::remove(partial.c_str());
+  AtomicFile file;
+  if (!file.open(path, error)) {
+    error = "can't write it (" + error + ")";
     return false;
   }
-  if (std::rename(partial.c_str(), path.c_str()) != 0) {
-    error = std::string("can't write it (") + std::strerror(errno) + ")";
-    std::remove(partial.c_str());
+  std::string why;
+  const bool ok = isJpegPath(path) ? writeJpeg(image, file.stream(), why, jpegQuality) : writePng(image, file.stream(), why);
+  // A failed write of the file's bytes says why through errno ("No space left on device"); the
+  // encoder's own message is kept for the rest. Nothing is renamed then.
+  if (!ok) {
+    error = file.writeErrno() ? "can't write it (" + std::string(std::strerror(file.writeErrno())) + ")" : why;
+    return false;
+  }
+  if (!file.commit(error)) {
+    error = "can't write it (" + error + ")";
     return false;
   }
   return true;

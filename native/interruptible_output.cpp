@@ -21,16 +21,8 @@ volatile sig_atomic_t gUsed[kSlots];
 
 extern "C" void onInterrupt(int signal) {
   const int saved = errno;
-  for (int i = 0; i < kSlots; ++i) {
-    if (!gUsed[i]) continue;
-    unlink(gPaths[i]);
-    // The image writers finish their file under a name of their own beside the one they are given.
-    char partial[sizeof gPaths[0] + 8];
-    const size_t n = strlen(gPaths[i]);
-    memcpy(partial, gPaths[i], n);
-    memcpy(partial + n, ".partial", 9);
-    unlink(partial);
-  }
+  for (int i = 0; i < kSlots; ++i)
+    if (gUsed[i]) unlink(gPaths[i]);
   errno = saved;
   // End as the signal would have ended the process.
   struct sigaction standard {};
@@ -40,20 +32,23 @@ extern "C" void onInterrupt(int signal) {
   raise(signal);
 }
 
-}  // namespace
-
-void installInterruptCleanup() {
+void install(bool onlyWhereDefault) {
   struct sigaction action {};
   action.sa_handler = onInterrupt;
   sigemptyset(&action.sa_mask);
   for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&action.sa_mask, s);
   for (int s : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction old {};
-    // A signal that the shell told this process to ignore (a background job's SIGINT) stays ignored.
-    if (sigaction(s, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
+    if (sigaction(s, nullptr, &old) != 0 || old.sa_handler == SIG_IGN) continue;
+    if (onlyWhereDefault && old.sa_handler != SIG_DFL) continue;
     sigaction(s, &action, nullptr);
   }
 }
+
+}  // namespace
+
+void installInterruptCleanup() { install(false); }
+void installInterruptCleanupWhereDefault() { install(true); }
 
 RemovedOnInterrupt::RemovedOnInterrupt(const std::string& path) : slot_(-1) {
   if (path.empty() || path.size() > PATH_MAX) return;

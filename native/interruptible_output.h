@@ -9,8 +9,12 @@
 
 namespace zorvex::native {
 
-// Installs the handlers (once per process; again in a child after fork is harmless).
+// Installs the handlers (once per process; again in a child after fork is harmless). A signal the
+// shell set to be ignored stays ignored.
 void installInterruptCleanup();
+// The same, but only for the signals that still have their default action, so that a handler of
+// the caller's own (a batch's parent) is kept.
+void installInterruptCleanupWhereDefault();
 
 // Keeps `path` on the list of files removed on an interrupt for as long as it lives.
 class RemovedOnInterrupt {

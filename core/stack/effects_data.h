@@ -4,6 +4,7 @@
 #include <array>
 #include <functional>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "core/imaging/cg.h"
@@ -73,6 +74,11 @@ class EffectsData {
  private:
   DefaultsStore* defaults_ = nullptr;
 };
+
+// Why loadEffects would put the built-in list in place of the value stored under storedArrayKey in
+// `store` (a value that is not a blob or doesn't decode, or one that the legacy presets take over
+// from), or empty when it would keep it or there is none; so that the caller can keep a copy first.
+std::string storedListProblem(const DefaultsStore& store);
 
 // The list as the stored blob's property list: an array with a dictionary per row ("name",
 // "isActive", and "subEffects" for presets only).

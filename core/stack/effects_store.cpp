@@ -60,6 +60,20 @@ bool isLegacyForm(const Value& v) {
 
 }  // namespace
 
+std::string storedListProblem(const DefaultsStore& store) {
+  const Value* stored = store.objectForKey(EffectsData::storedArrayKey);
+  if (!stored) return {};
+  if (const Value* legacy = store.objectForKey(EffectsData::kCustomFilterFilename); legacy && isLegacyForm(*legacy))
+    return "older presets under \"" + std::string(EffectsData::kCustomFilterFilename) + "\" take its place";
+  if (!stored->is(Type::data)) return "it is not a data value";
+  Value root;
+  std::string error;
+  if (!plist::readBinary(stored->asData(), root, error)) return "it is not a property list: " + error;
+  EffectList decoded;
+  if (!decodeEffects(root, decoded)) return "a row of it has no name or no flag of the right type";
+  return {};
+}
+
 void EffectsData::saveEffects() {
   std::vector<uint8_t> blob;
   std::string error;

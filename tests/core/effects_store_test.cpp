@@ -148,7 +148,10 @@ Value legacyPresets() {
 
 TEST_F(EffectsStore, LegacyPresetsWinOverACurrentListAndAreMigratedOnce) {
   storeList({Effect::make("AGENCY", true), Effect::make("Current Preset", true, EffectList{})});
+  EXPECT_EQ(storedListProblem(store), "");
   store.setObject(EffectsData::kCustomFilterFilename, legacyPresets());
+  // The caller is told, so that it can keep the current list before the migration overwrites it.
+  EXPECT_NE(storedListProblem(store).find("older presets"), std::string::npos);
 
   EffectsData data = restart();
   EXPECT_EQ(platform.lines, (std::vector<std::string>{
@@ -181,6 +184,7 @@ TEST_F(EffectsStore, LegacyPresetsWinOverACurrentListAndAreMigratedOnce) {
 TEST_F(EffectsStore, ALegacyValueOfAnotherShapeStaysUnread) {
   Value odd = Value::array({Value::string("not a dictionary")});
   store.setObject(EffectsData::kCustomFilterFilename, odd);
+  EXPECT_EQ(storedListProblem(store), "");
   EffectsData data = restart();
   EXPECT_EQ(platform.lines, std::vector<std::string>{"No old effects found."});
   EXPECT_EQ(data.effects.size(), 34u);
@@ -194,7 +198,9 @@ TEST_F(EffectsStore, AnUndecodableListGivesWayToTheDefaults) {
   for (const auto& blob : {std::vector<uint8_t>{'n', 'o', 'p', 'e'}, testing::plistBytes(Value::array({row}))}) {
     platform.lines.clear();
     store.setData(blob, EffectsData::storedArrayKey);
+    EXPECT_NE(storedListProblem(store), "");  // so that the caller keeps a copy first
     EffectsData data = restart();
+    EXPECT_EQ(storedListProblem(store), "");
     EXPECT_EQ(platform.lines, (std::vector<std::string>{"No old effects found.", "Culdn't decode the effects plist"}));
     EXPECT_EQ(names(data.effects), builtins());
     EXPECT_EQ(names(storedList()), builtins());
@@ -202,6 +208,7 @@ TEST_F(EffectsStore, AnUndecodableListGivesWayToTheDefaults) {
   // A value that is no data blob at all is simply replaced.
   platform.lines.clear();
   store.setString("VETH", EffectsData::storedArrayKey);
+  EXPECT_EQ(storedListProblem(store), "it is not a data value");
   EXPECT_EQ(restart().effects.size(), 34u);
   EXPECT_EQ(platform.lines, std::vector<std::string>{"No old effects found."});
 }

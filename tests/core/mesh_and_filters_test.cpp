@@ -86,7 +86,8 @@ TEST(ImageFilters, CellsTakeTheColourAtTheirNearestCentreOrSeed) {
 TEST(ImageFilters, KaleidoscopeMirrorsAcrossEdgesAndFadesEachGeneration) {
   // The triangle (20, 20), (50, 20), (35, 45.98), unturned; decay 0.5.
   const CGImageRef in = CGBitmapContextCreateImage(testing::gradientSurface(64, 48));
-  const PixelView out = CIFilters::triangleKaleidoscope(in, {20, 20}, 30.0, 0.0, 0.5)->pixels();
+  const CGImageRef kaleidoscope = CIFilters::triangleKaleidoscope(in, {20, 20}, 30.0, 0.0, 0.5);
+  const PixelView& out = kaleidoscope->pixels();  // a view: the image must outlive it
   const KColor inside = testing::pixelOf(in, 35, 22);  // centre (35.5, 25.5)
   EXPECT_EQ(out.at(35, 22)[0], inside.r);
   EXPECT_EQ(out.at(35, 22)[3], 255);

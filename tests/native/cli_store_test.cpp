@@ -1,7 +1,12 @@
 // zorvex effects, zorvex settings and the stored state that zorvex render reads.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <regex>
+
+#include "core/stack/effects_data.h"
+#include "core/stack/plist.h"
 
 #include "tests/native/store_test_support.h"
 
@@ -152,6 +157,110 @@ TEST_F(CliStore, ACorruptDefaultsFileIsKeptAsideAndTheCommandGoesOn) {
   r = quiet("settings");
   EXPECT_EQ(r.code, 1);
   EXPECT_NE(r.err.find(defaults), std::string::npos) << r.err;
+}
+
+// A defaults file whose stored list has one malformed row (a flag stored as an integer), beside a
+// preset and a setting.
+std::string defaultsWithAMalformedRow() {
+  using plist::Value;
+  Value rows = encodeEffects({Effect::make("VETH", true), Effect::make("Mine", false, EffectList{Effect::make("AGENCY", true)})});
+  Value bad = Value::dictionary();
+  bad.add("name", Value::string("GRABOID"));
+  bad.add("isActive", Value::integer(1));
+  rows.append(std::move(bad));
+  std::vector<uint8_t> blob, file;
+  std::string error;
+  plist::writeBinary(rows, blob, error);
+  Value d;
+  d.set(EffectsData::storedArrayKey, Value::data(blob));
+  d.set("__SaveSettingKey__", Value::integer(1));
+  plist::writeBinary(d, file, error);
+  return std::string(file.begin(), file.end());
+}
+
+TEST_F(CliStore, AStoredListThatCantBeDecodedIsKeptBeforeTheBuiltInListReplacesIt) {
+  const std::string before = defaultsWithAMalformedRow();
+  writeFile(defaults, before);
+  RunResult r = zorvex("settings --defaults " + quote(defaults));
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.out.find("Culdn't decode the effects plist\n"), std::string::npos) << r.out;  // as the app spells it
+  EXPECT_NE(r.out.find("save-quality: half"), std::string::npos);  // the rest of the file stays
+  ASSERT_EQ(lines(r.err).size(), 1u) << r.err;
+  const size_t at = r.err.find("kept in ");
+  ASSERT_NE(at, std::string::npos) << r.err;
+  const std::string copy = r.err.substr(at + 8, r.err.find('\n', at) - at - 8);
+  EXPECT_EQ(copy.rfind(defaults + ".unreadable-", 0), 0u) << copy;
+  EXPECT_EQ(readFile(copy), before);
+  std::vector<std::string> rows = lines(quiet("effects").out);
+  EXPECT_EQ(rows.size(), 34u);
+  EXPECT_EQ(rows[1], "1 on VETH");
+  EXPECT_EQ(dir.names(), (std::vector<std::string>{"defaults.plist", copy.substr(dir.path().size() + 1)}));
+}
+
+TEST_F(CliStore, LoadingWritesNothingAndAReadOnlyFileIsReadButNotChanged) {
+  ASSERT_EQ(quiet("effects toggle 0").code, 0);
+  struct stat first {}, second {};
+  ASSERT_EQ(stat(defaults.c_str(), &first), 0);
+  for (const char* command : {"effects", "settings", "render --sample --width 32 -o " })
+    ASSERT_EQ(quiet(command + (command[0] == 'r' ? quote(dir / "x.png") : std::string())).code, 0) << command;
+  ASSERT_EQ(stat(defaults.c_str(), &second), 0);
+  EXPECT_EQ(first.st_ino, second.st_ino);  // not replaced
+  EXPECT_EQ(first.st_mtim.tv_nsec, second.st_mtim.tv_nsec);
+
+  const std::string bytes = readFile(defaults);
+  std::filesystem::permissions(defaults, std::filesystem::perms::owner_read | std::filesystem::perms::group_read);
+  EXPECT_EQ(quiet("settings").code, 0);
+  EXPECT_EQ(quiet("effects").code, 0);
+  RunResult r = quiet("effects toggle 1");
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("read-only"), std::string::npos) << r.err;
+  EXPECT_EQ(readFile(defaults), bytes);
+}
+
+TEST_F(CliStore, ASymlinkedDefaultsFileIsWrittenThroughToItsTarget) {
+  std::filesystem::create_directories(dir / "dotfiles");
+  std::filesystem::create_symlink(dir / "dotfiles/zorvex.plist", defaults);
+  ASSERT_EQ(quiet("effects toggle 0").code, 0);
+  ASSERT_EQ(quiet("effects toggle 1").code, 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(defaults));
+  EXPECT_EQ(lines(quiet("effects").out)[1], "1 off VETH");
+  EXPECT_TRUE(std::filesystem::exists(dir / "dotfiles/zorvex.plist"));
+}
+
+// Commands at once take turns: no preset is lost. A temporary file left by a killed write is
+// cleaned up by the next write; files of other names are left alone.
+TEST_F(CliStore, ConcurrentCommandsKeepEveryChangeAndStaleTemporariesGo) {
+  ASSERT_EQ(quiet("effects").code, 0);
+  writeFile(defaults + ".tmp-Ab12Cd", "left by a kill");
+  writeFile(defaults + ".tmp-notours", "someone else's");
+  const std::string one = std::string(ZORVEX_CLI) + " effects preset P -q --defaults " + quote(defaults) + " >/dev/null";
+  RunResult r = shell(dir, "for i in 1 2 3 4 5 6 7 8 9 10 11 12; do " + one + "; done & for i in 1 2 3 4 5 6 7 8 9 10 11 12; do " +
+                               one + "; done; wait");
+  ASSERT_EQ(r.code, 0) << r.err;
+  size_t rows = 0;
+  for (const std::string& line : lines(quiet("effects").out)) rows += line[0] != ' ';
+  EXPECT_EQ(rows, 34u + 24u);
+  EXPECT_FALSE(std::filesystem::exists(defaults + ".tmp-Ab12Cd"));
+  EXPECT_TRUE(std::filesystem::exists(defaults + ".tmp-notours"));
+}
+
+TEST_F(CliStore, PresetNamesListingAndStandardOutput) {
+  RunResult r = quiet("effects preset \"$(printf 'two\\nlines')\"");
+  EXPECT_EQ(r.code, 2);
+  EXPECT_NE(r.err.find("control character"), std::string::npos) << r.err;
+  r = quiet("effects preset \"$(printf 'a\\tb')\"");
+  EXPECT_EQ(r.code, 2);
+  r = shell(dir, "sh -c " + quote(std::string(ZORVEX_CLI) + " effects -q --defaults " + quote(defaults) + " >/dev/full"));
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("standard output"), std::string::npos) << r.err;
+  r = quiet("effects remove 1");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_NE(r.err.find("VETH is a built-in effect: it comes back, off and last"), std::string::npos) << r.err;
+  quiet("effects toggle 0");
+  quiet("effects preset Mine");
+  r = quiet("effects remove 34");  // a preset goes for good, without a word
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.err, "");
 }
 
 // The width of a PNG, from its header.

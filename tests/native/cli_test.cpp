@@ -1,7 +1,10 @@
-// `zorvex render` as a user meets it: exit codes, messages that name the bad input, the sizes of the
-// render modes, determinism by seed, and a JPEG's orientation tag.
+// `zorvex render` as a user meets it: exit codes, messages that name the bad input, what is read and
+// how the output is written, the sizes of the render modes, determinism by seed, and JPEGs' tags,
+// damage and colour spaces.
 #include <gtest/gtest.h>
+#include <jpeglib.h>
 #include <libexif/exif-data.h>
+#include <sys/stat.h>
 
 #include <cstring>
 
@@ -24,6 +27,11 @@ class Cli : public ::testing::Test {
     return testsupport::shell(dir, "ZORVEX_DEFAULTS=" + quote(path("defaults.plist")) + " " + ZORVEX_CLI + " " + args);
   }
   std::string path(const std::string& name) const { return dir / name; }
+  // `args` with `file` piped to standard input.
+  RunResult piped(const std::string& file, const std::string& args) const {
+    return testsupport::shell(dir, "sh -c " + quote("cat " + quote(file) + " | ZORVEX_DEFAULTS=" +
+                                                    quote(path("defaults.plist")) + " " + ZORVEX_CLI + " " + args));
+  }
 
   // A w x h picture of gradients with a red top-left corner, written as `name`.
   std::string picture(const std::string& name, int w, int h) const {
@@ -63,6 +71,9 @@ TEST_F(Cli, BadInputExitsTwoForUsageAndOneForFilesAndNamesTheProblem) {
   writeFile(path("bad.txt"), std::string(good).replace(good.find("0.25"), 4, "1.25"));  // the second value
   writeFile(path("short.txt"), "0.1 0.2 0.3");
   writeFile(path("long.txt"), good + " 0.5");
+  // A sparse file of 2 GiB: refused by its size, never read.
+  writeFile(path("huge.png"), readFile(in));
+  std::filesystem::resize_file(path("huge.png"), uintmax_t(2) << 30);
   const struct {
     std::string args;
     int code;
@@ -87,8 +98,15 @@ TEST_F(Cli, BadInputExitsTwoForUsageAndOneForFilesAndNamesTheProblem) {
       {"render " + in + out + " --controls " + path("bad.txt"), 2, "value 2 is \"1.25\""},
       {"render " + in + out + " --controls " + path("short.txt"), 2, "holds 3 values"},
       {"render " + in + out + " --controls " + path("long.txt"), 2, "value 1001"},
-      {"render " + in + out + " --controls " + path("missing.txt"), 1, "missing.txt"},
-      {"render " + path("absent.png") + out, 1, "absent.png: can't open it"},
+      {"render " + in + out + " --controls " + path("missing.txt"), 1, "missing.txt: can't open it (No such file"},
+      {"render " + in + out + " --controls " + dir.path(), 1, "is a folder"},
+      {"render " + in + out + " --controls /dev/zero", 1, "/dev/zero: it is a device"},
+      {"render " + in + out + " --seed ' -1'", 2, "--seed must be a whole number"},
+      {"render " + picture("wide.png", 400, 16) + out + " --width 20", 1, "--width 20 leaves a render of 20x0"},
+      {"render " + path("absent.png") + out, 1, "absent.png: can't open it (No such file or directory)"},
+      {"render " + dir.path() + out, 1, "it is a folder, not a file"},
+      {"render /dev/zero" + out, 1, "/dev/zero: it is a device"},
+      {"render " + path("huge.png") + out, 1, "more than the 1 GiB read at most"},
       {"render " + path("notes.png") + out, 1, "notes.png: not a PNG or JPEG picture"},
       {"render " + path("cut.png") + out, 1, "cut.png: the PNG data is damaged"},
       {"render " + tiny + out, 1, "at least 16 pixels on each side"},
@@ -101,6 +119,116 @@ TEST_F(Cli, BadInputExitsTwoForUsageAndOneForFilesAndNamesTheProblem) {
   }
   EXPECT_FALSE(std::filesystem::exists(path("out.png")));
   EXPECT_EQ(run("render " + in + out + " --controls " + path("good.txt")).code, 0);
+}
+
+// A FIFO would block a reader that opens it; it is refused before anything is read from it.
+TEST_F(Cli, InputComesFromARegularFileOrStandardInputOnly) {
+  const std::string in = picture("in.png", 32, 24);
+  ASSERT_EQ(mkfifo(path("fifo.png").c_str(), 0600), 0);
+  RunResult r = run("render " + path("fifo.png") + " -o " + path("out.png") + " --seed 1");
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("fifo.png: it is a FIFO"), std::string::npos) << r.err;
+
+  // A picture through a pipe, and a valid picture followed by much more: only the picture is read.
+  writeFile(path("padded.png"), readFile(in) + std::string(1 << 20, 'x'));
+  r = piped(in, "render - -o " + path("piped.png") + " --seed 4 --effects AGENCY");
+  ASSERT_EQ(r.code, 0) << r.err;
+  writeFile(path("notes.txt"), "not a picture");
+  r = piped(path("notes.txt"), "render - -o " + path("x.png"));
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("standard input: not a PNG or JPEG picture"), std::string::npos) << r.err;
+  r = run("render " + path("padded.png") + " -o " + path("padded-out.png") + " --seed 4 --effects AGENCY");
+  ASSERT_EQ(r.code, 0) << r.err;
+  run("render " + in + " -o " + path("direct.png") + " --seed 4 --effects AGENCY");
+  EXPECT_EQ(readFile(path("piped.png")), readFile(path("direct.png")));
+  EXPECT_EQ(readFile(path("padded-out.png")), readFile(path("direct.png")));
+}
+
+// The output is written under a fresh name beside OUT and renamed: a link planted where a fixed
+// temporary name would be is never followed, the new file has the mode a new file gets, and nothing
+// is left beside it.
+TEST_F(Cli, OutputIsWrittenAtomicallyAndNeverThroughAPlantedLink) {
+  const std::string in = picture("in.png", 32, 24);
+  writeFile(path("victim"), "precious");
+  std::filesystem::create_symlink(path("victim"), path("out.png.partial"));
+  const RunResult r = testsupport::shell(dir, "umask 027; ZORVEX_DEFAULTS=" + quote(path("d.plist")) + " " + ZORVEX_CLI +
+                                                   " render " + in + " -o " + path("out.png") + " --seed 2");
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(readFile(path("victim")), "precious");
+  EXPECT_TRUE(load(path("out.png")));
+  struct stat st {};
+  ASSERT_EQ(stat(path("out.png").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+  EXPECT_EQ(dir.names(), (std::vector<std::string>{"d.plist", "in.png", "out.png", "out.png.partial", "victim"}));
+
+  // Two renders to one file at once leave one of the two pictures, whole.
+  run("render " + in + " -o " + path("a.png") + " --seed 5");
+  run("render " + in + " -o " + path("b.png") + " --seed 6");
+  for (int round = 0; round < 3; ++round) {
+    run("render " + in + " -o " + path("both.png") + " --seed 5 & " + ZORVEX_CLI + " render " + in + " -o " +
+        path("both.png") + " --seed 6; wait");
+    const std::string both = readFile(path("both.png"));
+    EXPECT_TRUE(both == readFile(path("a.png")) || both == readFile(path("b.png"))) << round;
+  }
+}
+
+// A write that fails says why, in the system's words.
+TEST_F(Cli, AFailedWriteGivesItsReason) {
+  // A file size limit of 512 bytes: the write fails with EFBIG (the signal it would send is ignored),
+  // inside the encoder's writes, as the sample picture is far larger than the C library's buffer.
+  const RunResult r = testsupport::shell(dir, "trap '' XFSZ; ulimit -f 1; ZORVEX_DEFAULTS=" + quote(path("d.plist")) +
+                                                   " " + ZORVEX_CLI + " render --sample --width 400 -o " +
+                                                   path("big.png") + " --seed 3 -q");
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("big.png: can't write it (File too large)"), std::string::npos) << r.err;
+  EXPECT_FALSE(std::filesystem::exists(path("big.png")));
+}
+
+// A JPEG cut short renders what decodes, with a warning that names it; a CMYK JPEG (as print
+// software writes it, inverted under an Adobe marker) reads in its colours.
+TEST_F(Cli, DamagedAndCmykJpegs) {
+  const std::string jpeg = readFile(picture("whole.jpg", 64, 64));
+  writeFile(path("cut.jpg"), jpeg.substr(0, jpeg.size() * 3 / 10));
+  RunResult r = run("render " + path("cut.jpg") + " -o " + path("cut-out.png") + " --seed 1");
+  EXPECT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.err.find("warning: " + path("cut.jpg") + ": its data ended early"), std::string::npos) << r.err;
+  EXPECT_EQ(run("render " + path("whole.jpg") + " -o " + path("whole-out.png") + " --seed 1").err.find("warning"),
+            std::string::npos);
+
+  jpeg_compress_struct c;
+  jpeg_error_mgr err;
+  c.err = jpeg_std_error(&err);
+  jpeg_create_compress(&c);
+  FILE* f = std::fopen(path("cmyk.jpg").c_str(), "wb");
+  ASSERT_TRUE(f);
+  jpeg_stdio_dest(&c, f);
+  c.image_width = 32;
+  c.image_height = 32;
+  c.input_components = 4;
+  c.in_color_space = JCS_CMYK;
+  jpeg_set_defaults(&c);
+  jpeg_set_quality(&c, 95, TRUE);
+  jpeg_start_compress(&c, TRUE);  // writes the Adobe marker
+  std::vector<uint8_t> row(32 * 4);
+  while (c.next_scanline < 32) {
+    for (size_t x = 0; x < 32; ++x) {  // stored inverted: no cyan, full magenta and yellow, no black
+      const uint8_t m = x < 16 ? 0 : 255;
+      row[x * 4] = 255, row[x * 4 + 1] = m, row[x * 4 + 2] = m, row[x * 4 + 3] = 255;
+    }
+    JSAMPROW rows = row.data();
+    jpeg_write_scanlines(&c, &rows, 1);
+  }
+  jpeg_finish_compress(&c);
+  jpeg_destroy_compress(&c);
+  std::fclose(f);
+  const CGImageRef cmyk = render(path("cmyk.jpg"), "--effects '' --effected-only");
+  ASSERT_TRUE(cmyk);
+  const uint8_t* red = cmyk->pixels().at(4, 4);
+  const uint8_t* white = cmyk->pixels().at(28, 4);
+  EXPECT_GT(red[0], 240);
+  EXPECT_LT(red[1], 20);
+  EXPECT_LT(red[2], 20);
+  EXPECT_GT(white[1], 240);
 }
 
 TEST_F(Cli, SizesOfTheRenderModes) {

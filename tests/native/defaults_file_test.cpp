@@ -76,7 +76,6 @@ TEST(DefaultsFile, AnUnreadableFileIsMovedAsideAndKept) {
   settings.set("__SaveSettingKey__", plist::Value::integer(1));
   const std::string good = fileOf(settings);
   const std::vector<std::pair<const char*, std::string>> cases = {
-      {"empty", ""},
       {"garbage", "this is not a property list at all, not even close"},
       {"truncated", good.substr(0, good.size() - 5)},
       {"no dictionary", fileOf(plist::Value::array())},
@@ -102,6 +101,19 @@ TEST(DefaultsFile, AnUnreadableFileIsMovedAsideAndKept) {
     EXPECT_TRUE(notice.empty());
     EXPECT_EQ(again.integerForKey("__FrameSettingKey__"), 1);
   }
+}
+
+// An empty file (what a full disk or an interrupted copy can leave) holds nothing to keep: it reads
+// as empty defaults, in place.
+TEST(DefaultsFile, AnEmptyFileIsEmptyDefaults) {
+  TempDir dir;
+  writeFile(dir / "d.plist", "");
+  DefaultsFile file(dir / "d.plist");
+  std::string notice, error;
+  ASSERT_TRUE(file.load(notice, error)) << error;
+  EXPECT_TRUE(notice.empty());
+  EXPECT_EQ(file.dictionary().count(), 0u);
+  EXPECT_EQ(dir.names(), std::vector<std::string>{"d.plist"});
 }
 
 TEST(DefaultsFile, TwoUnreadableFilesInOneSecondKeepBoth) {

@@ -58,9 +58,8 @@ class Server {
   }
   int port() const { return port_; }
 
-  // One request, the target written to the wire exactly as given.
-  Response get(const std::string& target) const {
-    Response r;
+  // A connection to the server, or -1.
+  int connectTo() const {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -68,8 +67,19 @@ class Server {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
       close(fd);
-      return r;
+      return -1;
     }
+    return fd;
+  }
+
+  // One request, the target written to the wire exactly as given; no answer within `seconds` is
+  // no answer.
+  Response get(const std::string& target, int seconds = 30) const {
+    Response r;
+    const int fd = connectTo();
+    if (fd < 0) return r;
+    const timeval limit{seconds, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     const std::string request = "GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
     if (write(fd, request.data(), request.size()) != ssize_t(request.size())) return r;
     std::string all;
@@ -153,14 +163,58 @@ TEST_F(ServeTest, AnswersTheMessageDocumentForAnyQuery) {
   EXPECT_EQ(empty.body, "");
 }
 
-TEST_F(ServeTest, RefusesBadOptionsWithAMessage) {
+TEST_F(ServeTest, TheMessageIsReadAgainWhenItChangesAndABadOneIsNotTaken) {
+  Server server({"--root", dir / "app", "--message", dir / "message.json"});
+  ASSERT_GT(server.port(), 0);
+  writeFile(dir / "message.json", R"({"title":"Changed"})");
+  EXPECT_EQ(server.get("/zorvex/messageJSON.php?1").body, R"({"title":"Changed"})");
+  writeFile(dir / "message.json", R"({"title":)");  // half written: the last good one stays
+  EXPECT_EQ(server.get("/zorvex/messageJSON.php?2").body, R"({"title":"Changed"})");
+}
+
+// Slow and idle connections hold nothing back: with 64 connections sending a request a line at a
+// time and 20 that send nothing, the app is still answered at once (well before any of them times
+// out).
+TEST_F(ServeTest, SlowAndIdleConnectionsDontKeepTheAppWaiting) {
+  Server server({"--root", dir / "app"});
+  ASSERT_GT(server.port(), 0);
+  std::vector<int> held;
+  for (int i = 0; i < 84; ++i) {
+    const int fd = server.connectTo();
+    ASSERT_GE(fd, 0);
+    if (i < 64) {
+      const std::string start = "GET / HTTP/1.1\r\nHost: localhost\r\n";
+      ASSERT_EQ(write(fd, start.data(), start.size()), ssize_t(start.size()));
+    }
+    held.push_back(fd);
+  }
+  for (int round = 0; round < 2; ++round) {
+    for (size_t i = 0; i < 64; ++i) ASSERT_EQ(write(held[i], "X-Slow: 1\r\n", 11), 11);
+    const Response r = server.get("/", 3);
+    EXPECT_EQ(r.status, 200) << round;
+  }
+  for (int fd : held) close(fd);
+}
+
+TEST_F(ServeTest, RefusesBadOptionsAPortInUseAndABadMessage) {
   using testsupport::quote;
-  for (auto [args, code, says] : {std::tuple{std::string("--port 70000"), 2, "--port"},
-                                  {"--root " + quote(dir / "missing"), 1, "missing"},
-                                  {"--root " + quote(dir / "app") + " --message " + quote(dir / "none.json"), 1, "none.json"}}) {
-    const auto r = testsupport::shell(dir, quote(ZORVEX_CLI) + " serve " + args);
+  Server first({"--root", dir / "app"});
+  ASSERT_GT(first.port(), 0);
+  writeFile(dir / "list.json", "[1, 2]");
+  writeFile(dir / "big.json", "{\"a\":\"" + std::string(70 * 1024, 'x') + "\"}");
+  const std::string app = " --root " + quote(dir / "app");
+  for (auto [args, code, says] :
+       {std::tuple{std::string("--port 70000"), 2, "--port"},
+        {"--root " + quote(dir / "missing"), 1, "missing"},
+        {"--port " + std::to_string(first.port()) + app, 1, "in use"},
+        {app + " --message " + quote(dir / "none.json"), 1, "none.json: can't open it (No such file"},
+        {app + " --message /dev/zero", 1, "/dev/zero: it is a device"},
+        {app + " --message " + quote(dir / "list.json"), 1, "not a JSON object"},
+        {app + " --message " + quote(dir / "big.json"), 1, "more than the 64 KiB"}}) {
+    // A server that starts where it should have refused is stopped after a while.
+    const auto r = testsupport::shell(dir, "timeout 5 " + quote(ZORVEX_CLI) + " serve " + args);
     EXPECT_EQ(r.code, code) << args;
-    EXPECT_NE(r.err.find(says), std::string::npos) << args;
+    EXPECT_NE(r.err.find(says), std::string::npos) << args << "\n" << r.err;
   }
 }
 

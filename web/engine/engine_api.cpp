@@ -46,6 +46,7 @@ struct Engine {
   std::string text;  // the last string handed out
   uint32_t kernelsRun = 0;  // kernels run since the start, for tests that a redraw runs none
   Look lastLook;  // of the last flatten made here
+  std::string listProblem;  // why the last start put the built-in list in place of the stored one
 };
 
 Engine& engine() {
@@ -174,8 +175,10 @@ extern "C" {
 
 // Starts the engine: installs the stored defaults (a binary property list; none or unreadable bytes
 // start empty), the analytics sink, and the picture view for a screen of `scale` pixels a point, and
-// loads the effect list. Gives 0, or 1 when the stored bytes could not be read (then they are left
-// alone until something is written). Calling it again only replaces the defaults.
+// loads the effect list. Gives 0, plus 1 when the stored bytes could not be read (then they are left
+// alone until something is written), plus 2 when the stored effect list could not be used and the
+// built-in list takes its place (zv_list_problem says why): the page keeps the old bytes first.
+// Calling it again only replaces the defaults.
 EMSCRIPTEN_KEEPALIVE int zv_init(const uint8_t* defaults, int32_t length, double scale) {
   Engine& e = engine();
   const bool readable = e.defaults.load(defaults, size_t(length < 0 ? 0 : length));
@@ -185,10 +188,14 @@ EMSCRIPTEN_KEEPALIVE int zv_init(const uint8_t* defaults, int32_t length, double
   data.setDefaults(&e.defaults);
   data.onEffect = [](size_t, size_t, const Effect&) { ++engine().kernelsRun; };
   data.effects.clear();
+  e.listProblem = storedListProblem(e.defaults);
   data.loadEffects();
   if (!e.view) e.view = std::make_unique<EffectedImageView>(scale > 0 ? scale : 1.0);
-  return readable ? 0 : 1;
+  return (readable ? 0 : 1) | (e.listProblem.empty() ? 0 : 2);
 }
+
+// Why the last zv_init replaced the stored effect list (empty when it didn't).
+EMSCRIPTEN_KEEPALIVE const char* zv_list_problem() { return handOutText(engine().listProblem); }
 
 // Adds one to the launch count, as the main screen does once at start.
 EMSCRIPTEN_KEEPALIVE int32_t zv_count_launch() {

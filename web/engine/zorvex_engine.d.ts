@@ -10,6 +10,7 @@ declare module '@engine/zorvex_engine.mjs' {
     lengthBytesUTF8(text: string): number;
 
     _zv_init(defaults: number, length: number, scale: number): number;
+    _zv_list_problem(): number;
     _zv_count_launch(): number;
     _zv_set_original(rgba: number, width: number, height: number, orientation: number, correct: number): number;
     _zv_clear_images(): void;

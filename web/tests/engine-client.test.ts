@@ -5,7 +5,7 @@ import { describe, expect, it, vi } from 'vitest';
 import { EngineClient, EngineRestarted, type WorkerLike } from '../src/engine/client/engine-client';
 import type { PageMessage, WorkerMessage } from '../src/engine/shared/protocol';
 import { StoredAnalytics, kAnalyticsStorageKey } from '../src/platform/analytics';
-import { kDefaultsStorageKey, PageDefaults } from '../src/platform/defaults';
+import { kBackupsStorageKey, kDefaultsStorageKey, listKeptBackups, PageDefaults } from '../src/platform/defaults';
 import { MemoryStorage } from '../src/platform/storage';
 
 // A Worker that answers init and setDefault like the engine, with the dictionary as JSON bytes.
@@ -37,7 +37,10 @@ class FakeWorker implements WorkerLike {
       this.values = m.defaults ? JSON.parse(new TextDecoder().decode(m.defaults)) : {};
       this.seq = m.seq;
       if (m.countLaunch) this.values['____KLaunchCountKey'] = ((this.values['____KLaunchCountKey'] as number) ?? 0) + 1;
-      result = { launchCount: this.values['____KLaunchCountKey'] ?? 0, defaults: this.snapshot(), unreadableDefaults: false, kernels: [] };
+      // A stored list marked bad is replaced, as the engine replaces one it can't decode.
+      const replacedList = 'badList' in this.values ? 'a row of it has no flag' : null;
+      delete this.values['badList'];
+      result = { launchCount: this.values['____KLaunchCountKey'] ?? 0, defaults: this.snapshot(), unreadableDefaults: false, replacedList, kernels: [] };
     } else if (m.type === 'setDefault') {
       this.values[m.key] = m.value;
       this.seq = m.seq;
@@ -114,12 +117,24 @@ describe('engine client', () => {
     expect(analytics.events()).toEqual([{ time: new Date(0).toISOString(), name: 'event_x', parameters: { ERROR: 'e' } }]);
   });
 
-  it('keeps stored defaults that are not base64 aside instead of losing them', () => {
+  it('keeps stored defaults that are not base64, or whose list the engine replaces, and lists what it kept', async () => {
     const storage = new MemoryStorage();
     storage.setItem(kDefaultsStorageKey, '%%%');
-    const kept = vi.spyOn(storage, 'setItem');
     expect(new PageDefaults(storage).storedBytes()).toBeNull();
-    expect(kept).toHaveBeenCalledWith(expect.stringMatching(/^zorvex\.defaults\.unreadable-/), '%%%');
     expect(storage.getItem(kDefaultsStorageKey)).toBe('');
+
+    const stored = btoa(JSON.stringify({ badList: 1, kFlashModeKey: 1 }));
+    storage.setItem(kDefaultsStorageKey, stored);
+    await setUp(storage).client.start();
+    expect(storage.getItem(kDefaultsStorageKey)).not.toBe(stored); // the engine's version is stored...
+    const kept = listKeptBackups(storage);
+    expect(kept.map((b) => [storage.getItem(b.key), b.reason])).toEqual([
+      ['%%%', expect.stringContaining('not base64')],
+      [stored, expect.stringContaining('a row of it has no flag')], // ...after the old one was kept
+    ]);
+    expect(kept[0]!.key).toMatch(/^zorvex\.defaults\.unreadable-\d{4}-/);
+    expect(kept[1]!.bytes).toBe(stored.length);
+    storage.setItem(kBackupsStorageKey, '{broken');
+    expect(listKeptBackups(storage)).toEqual([]);
   });
 });

@@ -73,7 +73,22 @@ describe('engine', () => {
     expect((await second.ask({ type: 'effects' })).rows).toEqual(rows);
 
     const { init } = await start(new TextEncoder().encode('not a plist').buffer as ArrayBuffer);
-    expect([init.unreadableDefaults, init.launchCount]).toEqual([true, 1]);
+    expect([init.unreadableDefaults, init.launchCount, init.replacedList]).toEqual([true, 1, null]);
+
+    // A stored list that can't be decoded (its own property list spoilt inside the readable
+    // dictionary): the built-in list takes its place, and the engine says so for the page to keep the
+    // old bytes.
+    await second.ask({ type: 'editEffects', edit: { op: 'savePreset', name: 'Mine' } });
+    const bytes = new Uint8Array(second.core.takeDefaultsChange()!.bytes);
+    const inner = Buffer.from(bytes).indexOf('bplist00', 1);
+    expect(inner).toBeGreaterThan(0);
+    bytes[inner + 7] = 0x58;
+    const spoilt = await start(bytes.buffer as ArrayBuffer);
+    expect(spoilt.init.unreadableDefaults).toBe(false);
+    expect(spoilt.init.replacedList).toMatch(/not a property list/);
+    const builtin = (await spoilt.ask({ type: 'effects' })).rows;
+    expect([builtin.length, builtin.some((r) => r.name === 'Mine')]).toEqual([34, false]);
+    expect(second.init.replacedList).toBeNull();
   });
 
   it('renders a frame and composes at the display size; blend, opacity and hiding only recompose', async () => {

@@ -7,6 +7,40 @@ import type { DefaultsSnapshot } from '../engine/shared/protocol';
 import { base64ToBytes, bytesToBase64, type KeyValueStorage } from './storage';
 
 export const kDefaultsStorageKey = 'zorvex.defaults';
+// The list of kept backups: JSON, an array of KeptBackup without `bytes`.
+export const kBackupsStorageKey = 'zorvex.defaults.backups';
+
+// Stored defaults that could not be used, kept under a key of their own before anything replaced
+// them: `key` holds the stored text as it was (base64 of the property list), so nothing is lost.
+export interface KeptBackup {
+  key: string;
+  time: string; // ISO 8601
+  reason: string;
+  bytes: number; // the length of the kept text
+}
+
+// The backups kept so far, oldest first; those whose key is gone from storage are left out.
+export function listKeptBackups(storage: KeyValueStorage): KeptBackup[] {
+  const out: KeptBackup[] = [];
+  for (const entry of readBackupIndex(storage)) {
+    const text = storage.getItem(entry.key);
+    if (text !== null) out.push({ ...entry, bytes: text.length });
+  }
+  return out;
+}
+
+function readBackupIndex(storage: KeyValueStorage): Omit<KeptBackup, 'bytes'>[] {
+  try {
+    const parsed: unknown = JSON.parse(storage.getItem(kBackupsStorageKey) ?? '[]');
+    if (!Array.isArray(parsed)) return [];
+    return parsed.filter(
+      (e): e is Omit<KeptBackup, 'bytes'> =>
+        typeof e === 'object' && e !== null && typeof e.key === 'string' && typeof e.time === 'string' && typeof e.reason === 'string',
+    );
+  } catch {
+    return [];
+  }
+}
 
 export interface PendingWrite {
   seq: number;
@@ -34,14 +68,24 @@ export class PageDefaults {
   }
 
   // The engine could not read the stored bytes: they are kept under another key before anything
-  // overwrites them.
+  // overwrites them, and the defaults start empty.
   keepAside(reason: string): void {
-    const text = this.storage.getItem(kDefaultsStorageKey);
-    if (text === null) return;
-    const aside = `${kDefaultsStorageKey}.unreadable-${new Date().toISOString()}`;
-    this.storage.setItem(aside, text);
+    if (this.keepBackup(`the stored defaults can't be read: ${reason}`) === null) return;
     this.storage.setItem(kDefaultsStorageKey, '');
-    console.log(`Stored defaults could not be read (${reason}); kept under ${aside}, starting from empty defaults`);
+  }
+
+  // Keeps the stored text as it is now under a new key, and notes it in the list of backups; gives
+  // the key, or null when nothing is stored.
+  keepBackup(reason: string): string | null {
+    const text = this.storage.getItem(kDefaultsStorageKey);
+    if (text === null || text === '') return null;
+    const time = new Date().toISOString();
+    let key = `${kDefaultsStorageKey}.unreadable-${time}`;
+    for (let n = 2; this.storage.getItem(key) !== null; n++) key = `${kDefaultsStorageKey}.unreadable-${time}-${n}`;
+    this.storage.setItem(key, text);
+    this.storage.setItem(kBackupsStorageKey, JSON.stringify([...readBackupIndex(this.storage), { key, time, reason }]));
+    console.log(`Kept the stored defaults under ${key}: ${reason}`);
+    return key;
   }
 
   // A version of the dictionary from the engine.

@@ -91,6 +91,9 @@ export class EngineClient {
       seq: this.defaults.includedSeq(),
     });
     if (init.unreadableDefaults) this.defaults.keepAside('not a property-list dictionary');
+    // The engine has put the built-in list in place of the stored one: the bytes as they were are
+    // kept before its version replaces them.
+    if (init.replacedList !== null) this.defaults.keepBackup(`the stored effect list can't be used: ${init.replacedList}`);
     this.defaults.applySnapshot(init.defaults);
     for (const write of this.defaults.pendingWrites()) void this.request({ type: 'setDefault', ...write });
     return init;

@@ -75,7 +75,14 @@ export interface EffectRow {
 }
 
 export interface Replies {
-  init: { launchCount: number; defaults: DefaultsSnapshot; unreadableDefaults: boolean; kernels: string[] };
+  // replacedList: why the stored effect list could not be used (the built-in list took its place), or null.
+  init: {
+    launchCount: number;
+    defaults: DefaultsSnapshot;
+    unreadableDefaults: boolean;
+    replacedList: string | null;
+    kernels: string[];
+  };
   setDefault: Record<string, never>;
   setOriginal: { ok: boolean; width: number; height: number };
   render: { picture: RawPicture | null };

@@ -60,7 +60,8 @@ export class EngineCore {
         const kernels = m.UTF8ToString(m._zv_kernel_names()).split('\n').filter((n) => n !== '');
         this.defaultsDirty = false;
         this.lastSeq = request.seq;
-        return { launchCount, defaults: this.snapshot(), unreadableDefaults: status !== 0, kernels };
+        const replacedList = status & 2 ? m.UTF8ToString(m._zv_list_problem()) : null;
+        return { launchCount, defaults: this.snapshot(), unreadableDefaults: (status & 1) !== 0, replacedList, kernels };
       }
       case 'setDefault': {
         this.withString(request.key, (key) => {
