@@ -12,6 +12,7 @@ const char* const kUsage = R"(zorvex: a glitch-art camera's effect stack on the 
 
 usage:
   zorvex render IN -o OUT [options]     run the effect stack on a picture
+  zorvex look FILE [--compact]          print the look a picture carries
   zorvex effects [ACTION]               list or change the stored effect list
   zorvex settings [ACTION]              show or change the stored settings
   zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
@@ -54,6 +55,16 @@ render options:
                           base each time, with the same controls) before the
                           final render
   --sample                use the built-in sample picture instead of IN
+  --look FILE             render with the look of FILE: a picture that carries
+                          one, or a look's JSON or link text; the options above
+                          replace the parts of it that they name (--rotate,
+                          --mirror and --flatten replace all its edit steps)
+  --look-json             print the look of the picture written (as JSON, on
+                          standard output, with no diagnostic lines)
+Every picture render writes carries its look as XMP.
+
+look prints the look of FILE as JSON (--compact: as the text for a link's
+fragment, #look=TEXT); a picture without one exits 1.
 
 effects actions (each changes the list and stores it, then lists it):
   (none)                  list the rows: number from 0, on or off, name; a
@@ -118,6 +129,7 @@ int main(int argc, char** argv) {
   if (command == "settings") return settingsCommand(argc, argv);
   if (command == "bench") return benchCommand(argc, argv);
   if (command == "serve") return serveCommand(argc, argv);
+  if (command == "look") return lookCommand(argc, argv);
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;
 }

@@ -7,9 +7,12 @@
 
 #include "cli/args.h"
 #include "cli/commands.h"
+#include "cli/look_file.h"
 #include "cli/store_session.h"
 #include "core/imaging/image_utils.h"
 #include "core/imaging/platform.h"
+#include "core/look/look_apply.h"
+#include "core/look/xmp.h"
 #include "core/render/compose.h"
 #include "core/render/effected_image_view.h"
 #include "core/render/sample_picture.h"
@@ -31,6 +34,9 @@ struct RenderOptions {
   std::optional<EffectList> effects;  // absent: the stored list
   std::optional<std::string> defaults;
   ControlValues controls;
+  std::optional<uint64_t> seed;  // the seed the controls were rolled from
+  bool controlsGiven = false;    // by --controls or --seed
+  bool blendGiven = false, alphaGiven = false;
   BlendMode blend = BlendMode::normal;
   double alpha = 1.0;
   bool half = false;
@@ -40,6 +46,8 @@ struct RenderOptions {
   double rotate = 0;    // degrees: -90 for left, 90 for right
   int mirror = 0;       // 0 none, 'h' left to right, 'v' top to bottom
   int64_t flatten = 0;  // times, before the final render
+  std::optional<std::string> lookFile;  // --look: the look to render with
+  bool lookJson = false;                // --look-json: print the look of what was rendered
 };
 
 std::string trim(const std::string& s) {
@@ -107,8 +115,9 @@ bool readControls(const std::string& path, ControlValues& out, std::string& erro
 int parse(int argc, char** argv, RenderOptions& o) {
   Args args(argc, argv, 2,
             {"--output", "--effects", "--controls", "--seed", "--blend", "--alpha", "--width", "--defaults", "--rotate",
-             "--mirror", "--flatten"},
-            {"--half", "--full", "--effected-only", "--sample", "--quiet"}, {{"-o", "--output"}, {"-q", "--quiet"}});
+             "--mirror", "--flatten", "--look"},
+            {"--half", "--full", "--effected-only", "--sample", "--quiet", "--look-json"},
+            {{"-o", "--output"}, {"-q", "--quiet"}});
   std::string error = args.error();
   auto usage = [&](const std::string& message) {
     complain(message);
@@ -132,6 +141,9 @@ int parse(int argc, char** argv, RenderOptions& o) {
   o.defaults = args.value("--defaults");
 
   if (args.has("--controls") && args.has("--seed")) return usage("give --controls or --seed, not both");
+  o.lookFile = args.value("--look");
+  o.lookJson = args.has("--look-json");
+  o.controlsGiven = args.has("--controls") || args.has("--seed");
   if (auto file = args.value("--controls")) {
     bool isUsage = true;
     if (!readControls(*file, o.controls, error, isUsage)) {
@@ -144,12 +156,16 @@ int parse(int argc, char** argv, RenderOptions& o) {
     if (auto text = args.value("--seed")) {
       if (!parseUint64("--seed", *text, seed, error)) return usage(error);
       o.controls = rollControls(seed);
-    } else {
+      o.seed = seed;
+    } else if (!o.lookFile) {
       RolledControls rolled = randomizeControls();
       std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(rolled.seed));
       o.controls = std::move(rolled.values);
+      o.seed = rolled.seed;
     }
   }
+  o.blendGiven = args.has("--blend");
+  o.alphaGiven = args.has("--alpha");
   if (auto label = args.value("--blend")) {
     auto mode = blendModeFromLabel(*label);
     if (!mode) {
@@ -177,7 +193,54 @@ int parse(int argc, char** argv, RenderOptions& o) {
   }
   if (auto f = args.value("--flatten"); f && !parseInt("--flatten", *f, 0, 100, o.flatten, error)) return usage(error);
   if (o.flatten && o.width) return usage("--flatten works on the full picture; it can't go with --width");
-  if (args.has("--quiet")) native::installLinuxPlatform().setQuiet(true);
+  // The look goes to standard output alone.
+  if (args.has("--quiet") || o.lookJson) native::installLinuxPlatform().setQuiet(true);
+  return -1;
+}
+
+// The look to render: the one of --look, if given, with the parts that the options name replaced by
+// them; else the options' own, with the stored list's effects unless --effects names them. Returns an
+// exit code, or -1 to go on.
+int makeLook(RenderOptions& o, const EffectsData& data, look::Look& recipe) {
+  const bool fromFile = o.lookFile.has_value();
+  if (fromFile) {
+    std::string error;
+    switch (readLookFile(*o.lookFile, recipe, error)) {
+      case look::Found::none: complain("--look " + *o.lookFile + ": it carries no look"); return kExitFailure;
+      case look::Found::error: complain("--look " + error); return kExitFailure;
+      case look::Found::look: break;
+    }
+  }
+  look::Stack& stack = recipe.stack;
+  if (o.effects || !fromFile) {
+    const EffectList rows = o.effects ? *o.effects : data.effects;
+    stack.effects = look::currentStack(rows, {}, std::nullopt, BlendMode::normal, 1.0).effects;
+  }
+  if (o.controlsGiven || !fromFile) {
+    stack.controls = o.controls;
+    stack.seed = o.seed;
+  }
+  if (o.blendGiven || !fromFile) stack.blend = o.blend;
+  if (o.alphaGiven || !fromFile) stack.opacity = o.alpha;
+  if (o.half || o.full || o.width || !fromFile) recipe.size = look::RenderSize{o.half ? SaveQuality::half : SaveQuality::full, o.width};
+  if (o.rotate != 0 || o.mirror || o.flatten || !fromFile) {
+    auto step = [](look::Edit e) {
+      look::EditStep s;
+      s.edit = e;
+      return s;
+    };
+    recipe.edits.clear();
+    if (o.rotate != 0) recipe.edits.push_back(step(o.rotate < 0 ? look::Edit::rotateLeft : look::Edit::rotateRight));
+    if (o.mirror) recipe.edits.push_back(step(o.mirror == 'h' ? look::Edit::mirrorH : look::Edit::mirrorV));
+    for (int64_t i = 0; i < o.flatten; ++i) recipe.edits.push_back(step(look::Edit::flatten));
+  }
+  look::normalize(recipe);
+  for (const look::EditStep& step : recipe.edits) {
+    if (recipe.size.previewWidth && step.edit == look::Edit::flatten) {
+      complain("the look flattens, which works on the full picture; it can't go with --width");
+      return kExitUsage;
+    }
+  }
   return -1;
 }
 
@@ -193,7 +256,7 @@ int renderCommand(int argc, char** argv) {
   // Loading writes the list back; a failed write is reported, but the picture is what this command
   // is for.
   store.finish(kExitOk, false);
-  if (!o.half && !o.full && !o.width) {
+  if (!o.half && !o.full && !o.width && !o.lookFile) {
     if (auto quality = SettingsController::saveQualityIfValid()) {
       o.half = *quality == SaveQuality::half;
     } else {
@@ -227,19 +290,33 @@ int renderCommand(int argc, char** argv) {
   }
 
   EffectsData& data = EffectsData::shared();
-  if (o.effects) data.effects = *o.effects;
+  look::Look recipe;
+  if (int code = makeLook(o, data, recipe); code >= 0) return code;
+  // A look's vector is written as multiples of 0.0001; other values (from --controls) make no look.
+  std::string lookError;
+  const bool hasLook = look::validate(recipe, lookError);
+  if (!hasLook) complain("the picture is written without its look: " + lookError);
+
+  data.effects = look::rowsFor(recipe.stack.effects);
   EffectedImageView view(1.0, data);
   view.originalImage = base;
-  view.controlValues = o.controls;
-  view.blendMode = o.blend;
-  view.setLayerAlpha(o.alpha);
-  const SaveQuality quality = o.half ? SaveQuality::half : SaveQuality::full;
+  look::applyStack(view, recipe.stack);
+  const SaveQuality quality = recipe.size.quality;
   view.saveQuality = [quality] { return quality; };
+  o.width = recipe.size.previewWidth;
+  o.half = !o.width && quality == SaveQuality::half;
 
-  // The edit tools, on the base before the stack: turn, mirror, then flatten.
-  if (o.rotate != 0) view.rotateBaseImage(o.rotate, false);
-  if (o.mirror == 'h') view.rotateBaseImage(0, true);
-  if (o.mirror == 'v') view.rotateBaseImage(180, true);
+  // The edit steps, on the base before the stack, in their order: the turns and mirrors before the
+  // first flatten now, the rest with the final render, where progress shows their passes.
+  size_t firstFlatten = 0;
+  while (firstFlatten < recipe.edits.size() && recipe.edits[firstFlatten].edit != look::Edit::flatten) ++firstFlatten;
+  look::Look turns = recipe, flattens = recipe;
+  turns.edits.resize(firstFlatten);
+  flattens.edits.erase(flattens.edits.begin(), flattens.edits.begin() + ptrdiff_t(firstFlatten));
+  if (std::string error; !look::replayEdits(view, data, turns, error)) {
+    complain(error);
+    return kExitFailure;
+  }
 
   const int64_t baseW = int64_t(CGImageGetWidth(view.originalImage)), baseH = int64_t(CGImageGetHeight(view.originalImage));
   const CGSize preview = previewSize(baseW, baseH, o.width);
@@ -254,7 +331,8 @@ int renderCommand(int argc, char** argv) {
   }
   const bool showProgress = isatty(STDERR_FILENO) && w * h >= 4'000'000;
   int64_t pass = 0;
-  const int64_t passes = o.flatten + 1;
+  int64_t passes = 1;
+  for (const look::EditStep& step : flattens.edits) passes += step.edit == look::Edit::flatten;
   if (showProgress) {
     data.onEffect = [&](size_t i, size_t n, const Effect& e) {
       std::fprintf(stderr, "\rrendering %lldx%lld", static_cast<long long>(w), static_cast<long long>(h));
@@ -281,12 +359,13 @@ int renderCommand(int argc, char** argv) {
   } else {
     // No screen here: the preview render that flattening asks for is not wanted, so the gate stays shut.
     view.isDrawing = true;
-    for (; pass < o.flatten; ++pass) {
-      if (!view.flatten()) {
-        endProgress();
-        complain("not enough memory to flatten a " + std::to_string(w) + "x" + std::to_string(h) + " picture");
-        return kExitFailure;
-      }
+    std::string error;
+    if (!look::replayEdits(view, data, flattens, error, [&](const look::EditStep& s) { pass += s.edit == look::Edit::flatten; })) {
+      endProgress();
+      complain(error == "not enough memory to flatten the picture"
+                   ? "not enough memory to flatten a " + std::to_string(w) + "x" + std::to_string(h) + " picture"
+                   : error);
+      return kExitFailure;
     }
     const auto final = view.renderFinalParts();
     endProgress();
@@ -297,10 +376,11 @@ int renderCommand(int argc, char** argv) {
     result = o.effectedOnly ? final->effected : final->composed;
   }
   std::string error;
-  if (!native::writeImage(result, o.output, error)) {
+  if (!native::writeImage(result, o.output, error, 92, hasLook ? look::xmpPacket(recipe) : std::string())) {
     complain(o.output + ": " + error);
     return kExitFailure;
   }
+  if (o.lookJson && hasLook) std::fputs(look::toJson(recipe).c_str(), stdout);
   return kExitOk;
 }
 

@@ -8,12 +8,14 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <vector>
 
 #include "core/imaging/blend.h"
+#include "core/look/xmp.h"
 
 namespace zorvex::native {
 namespace {
@@ -207,10 +209,12 @@ std::vector<uint8_t> straightPixels(const CGImageRef& image, bool& withAlpha) {
 struct JpegWrite {
   jpeg_compress_struct cinfo;
   JpegError err;
-  FILE* file = nullptr;
+  unsigned char* buffer = nullptr;
+  unsigned long size = 0;
+  ~JpegWrite() { std::free(buffer); }
 };
 
-bool writeJpeg(const CGImageRef& image, const std::string& path, std::string& error, int quality) {
+bool encodeJpeg(const CGImageRef& image, std::vector<uint8_t>& out, std::string& error, int quality) {
   const PixelView& src = image->pixels();
   // The colour of a pixel with alpha is its colour over black, as the premultiplied bytes are.
   std::vector<uint8_t> rgb(size_t(src.width) * size_t(src.height) * 3);
@@ -225,21 +229,15 @@ bool writeJpeg(const CGImageRef& image, const std::string& path, std::string& er
     }
   }
   auto s = std::make_unique<JpegWrite>();
-  s->file = std::fopen(path.c_str(), "wb");
-  if (!s->file) {
-    error = std::string("can't write it (") + std::strerror(errno) + ")";
-    return false;
-  }
   s->cinfo.err = jpeg_std_error(&s->err.mgr);
   s->err.mgr.error_exit = onJpegError;
   if (setjmp(s->err.jump)) {
     jpeg_destroy_compress(&s->cinfo);
-    std::fclose(s->file);
     error = std::string("can't write it as JPEG (") + s->err.message + ")";
     return false;
   }
   jpeg_create_compress(&s->cinfo);
-  jpeg_stdio_dest(&s->cinfo, s->file);
+  jpeg_mem_dest(&s->cinfo, &s->buffer, &s->size);
   s->cinfo.image_width = JDIMENSION(src.width);
   s->cinfo.image_height = JDIMENSION(src.height);
   s->cinfo.input_components = 3;
@@ -253,24 +251,41 @@ bool writeJpeg(const CGImageRef& image, const std::string& path, std::string& er
   }
   jpeg_finish_compress(&s->cinfo);
   jpeg_destroy_compress(&s->cinfo);
-  if (std::fclose(s->file) != 0) {
-    error = std::string("can't write it (") + std::strerror(errno) + ")";
-    return false;
-  }
+  out.assign(s->buffer, s->buffer + s->size);
   return true;
 }
 
-bool writePng(const CGImageRef& image, const std::string& path, std::string& error) {
+bool encodePng(const CGImageRef& image, std::vector<uint8_t>& out, std::string& error) {
   bool withAlpha = false;
   const std::vector<uint8_t> px = straightPixels(image, withAlpha);
-  png_image out;
-  std::memset(&out, 0, sizeof out);
-  out.version = PNG_IMAGE_VERSION;
-  out.width = png_uint_32(image->width());
-  out.height = png_uint_32(image->height());
-  out.format = withAlpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
-  if (!png_image_write_to_file(&out, path.c_str(), 0, px.data(), 0, nullptr)) {
-    error = std::string("can't write it (") + out.message + ")";
+  png_image png;
+  std::memset(&png, 0, sizeof png);
+  png.version = PNG_IMAGE_VERSION;
+  png.width = png_uint_32(image->width());
+  png.height = png_uint_32(image->height());
+  png.format = withAlpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
+  png_alloc_size_t size = 0;
+  if (png_image_write_get_memory_size(png, size, 0, px.data(), 0, nullptr)) {
+    out.resize(size);
+    if (png_image_write_to_memory(&png, out.data(), &size, 0, px.data(), 0, nullptr)) {
+      out.resize(size);
+      return true;
+    }
+  }
+  error = std::string("can't write it as PNG (") + png.message + ")";
+  return false;
+}
+
+bool writeBytes(const std::vector<uint8_t>& bytes, const std::string& path, std::string& error) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (!file) {
+    error = std::string("can't write it (") + std::strerror(errno) + ")";
+    return false;
+  }
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  const bool closed = std::fclose(file) == 0;
+  if (!written || !closed) {
+    error = std::string("can't write it (") + std::strerror(errno) + ")";
     return false;
   }
   return true;
@@ -297,7 +312,8 @@ bool isWritableImagePath(const std::string& path) {
   return isJpegPath(path) || endsWith(lower(path), ".png");
 }
 
-bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality) {
+bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality,
+                const std::string& xmpPacket) {
   if (!image) {
     error = "there is no picture to write";
     return false;
@@ -306,10 +322,17 @@ bool writeImage(const CGImageRef& image, const std::string& path, std::string& e
     error = "unknown picture type: use .png, .jpg or .jpeg";
     return false;
   }
+  std::vector<uint8_t> bytes;
+  const bool encoded = isJpegPath(path) ? encodeJpeg(image, bytes, error, jpegQuality) : encodePng(image, bytes, error);
+  if (!encoded) return false;
+  if (!xmpPacket.empty()) {
+    std::vector<uint8_t> withXmp;
+    if (!look::embedXmp(bytes, xmpPacket, withXmp, error)) return false;
+    bytes.swap(withXmp);
+  }
   // Written beside the target and renamed over it, so that a failure leaves any old file whole.
   const std::string partial = path + ".partial";
-  const bool ok = isJpegPath(path) ? writeJpeg(image, partial, error, jpegQuality) : writePng(image, partial, error);
-  if (!ok) {
+  if (!writeBytes(bytes, partial, error)) {
     std::remove(partial.c_str());
     return false;
   }

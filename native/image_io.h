@@ -15,8 +15,10 @@ inline constexpr int64_t kMaxSide = 32768;
 // orientation its EXIF tag gives. On failure `error` says why and the result is nil.
 UIImage readImage(const std::string& path, std::string& error);
 
-// Writes PNG or JPEG by the extension (.png, .jpg, .jpeg; any case). False with `error` set on failure.
-bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality = 92);
+// Writes PNG or JPEG by the extension (.png, .jpg, .jpeg; any case), with `xmpPacket` as its XMP
+// unless it is empty. False with `error` set on failure.
+bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality = 92,
+                const std::string& xmpPacket = {});
 
 // True when the path ends in an extension writeImage knows.
 bool isWritableImagePath(const std::string& path);

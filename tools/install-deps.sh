@@ -9,6 +9,7 @@ packages=(
   libplist-utils
   clang libclang-rt-14-dev libturbojpeg0-dev
   libcpp-httplib-dev chromium
+  exiv2 libimage-exiftool-perl
 )
 # npm comes with some builds of nodejs and is a package of its own with Debian's.
 command -v npm >/dev/null || packages+=(npm)
