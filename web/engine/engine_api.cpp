@@ -16,6 +16,7 @@
 #include "core/stack/analytics.h"
 #include "core/stack/effects_data.h"
 #include "core/stack/filters.h"
+#include "web/engine/look_log.h"
 #include "web/engine/web_defaults.h"
 
 using namespace zorvex;
@@ -98,12 +99,16 @@ bool rowIs(size_t row, const char* name) {
   return row < rows.size() && rows[row]->name == name;
 }
 
+web::LookLog& lookLog() { return web::LookLog::shared(); }
+
 const char* handOutText(std::string s) {
   engine().text = std::move(s);
   return engine().text.c_str();
 }
 
 }  // namespace
+
+EffectedImageView& web::engineView() { return view(); }
 
 extern "C" {
 
@@ -143,6 +148,7 @@ EMSCRIPTEN_KEEPALIVE int zv_set_original(const uint8_t* rgba, int32_t w, int32_t
     if (!image) return 1;
   }
   view().originalImage = image;
+  lookLog().baseChanged();
   return 0;
 }
 
@@ -150,6 +156,7 @@ EMSCRIPTEN_KEEPALIVE int zv_set_original(const uint8_t* rgba, int32_t w, int32_t
 EMSCRIPTEN_KEEPALIVE void zv_clear_images() {
   view().originalImage = nullptr;
   view().effectedImage = nullptr;
+  lookLog().baseChanged();
 }
 
 EMSCRIPTEN_KEEPALIVE int32_t zv_original_width() { return int32_t(CGImageGetWidth(view().originalImage)); }
@@ -209,11 +216,19 @@ EMSCRIPTEN_KEEPALIVE void zv_set_control_seed(uint32_t high, uint32_t low) {
 
 // The base turned by `degrees`, mirrored left to right when `mirrored`; 0 without a base.
 EMSCRIPTEN_KEEPALIVE int zv_rotate_base_image(double degrees, int32_t mirrored) {
-  return view().rotateBaseImage(degrees, mirrored != 0) ? 1 : 0;
+  if (!view().rotateBaseImage(degrees, mirrored != 0)) return 0;
+  lookLog().turned(degrees, mirrored != 0);
+  return 1;
 }
 
 // The composed final becomes the base, and a preview is rendered; 0 (nothing changed) on failure.
-EMSCRIPTEN_KEEPALIVE int zv_flatten() { return view().flatten() ? 1 : 0; }
+EMSCRIPTEN_KEEPALIVE int zv_flatten() {
+  web::LookLog before = lookLog();
+  lookLog().flattening(view(), EffectsData::shared());
+  if (view().flatten()) return 1;
+  lookLog() = before;
+  return 0;
+}
 
 // The edits of the Arrange screen. Each names the row by its place and its name, and is refused (1)
 // when the list has no such row there: the page's table may be older than the list (a new engine

@@ -1,5 +1,6 @@
 // The messages between the page and the engine Worker. Every request carries an id and gets one
 // reply with that id; pixel buffers travel as transferred ArrayBuffers.
+import type { LookReplies, LookRequest } from './look-protocol';
 
 // RGBA bytes, 4 a pixel, top row first.
 export interface RawPicture {
@@ -42,7 +43,8 @@ export type EngineRequest =
   | { type: 'rotate'; degrees: number; mirrored: boolean }
   | { type: 'flatten'; state: ViewState }
   | { type: 'renderFinal'; state: ViewState; mimeType: string; quality: number }
-  | { type: 'crash' };
+  | { type: 'crash' }
+  | LookRequest;
 
 export type EngineRequestType = EngineRequest['type'];
 
@@ -62,7 +64,7 @@ export interface EffectRow {
   preset: boolean;
 }
 
-export interface Replies {
+export interface Replies extends LookReplies {
   init: { launchCount: number; defaults: DefaultsSnapshot; unreadableDefaults: boolean; kernels: string[] };
   setDefault: Record<string, never>;
   setOriginal: { ok: boolean; width: number; height: number };
@@ -76,8 +78,9 @@ export interface Replies {
   status: { kernelsRun: number; originalWidth: number; originalHeight: number };
   rotate: { ok: boolean };
   flatten: { ok: boolean; picture: RawPicture | null };
-  // The final as an encoded file where the Worker can encode, else as pixels.
-  renderFinal: { file: Blob | null; picture: RawPicture | null };
+  // The final as an encoded file (carrying its look) where the Worker can encode, else as pixels and
+  // the XMP packet of its look.
+  renderFinal: { file: Blob | null; picture: RawPicture | null; xmp: string };
   crash: Record<string, never>;
 }
 
