@@ -11,9 +11,11 @@ import { MemoryStorage, type KeyValueStorage } from './platform/storage';
 import { CameraIntefaceVC, noHooks, type MainScreenHooks } from './screens/camera-inteface-vc';
 import { CameraControlsVC, EditControlsVC } from './screens/controls';
 import { ArrangeScreenDom } from './screens/dom/arrange-screen-dom';
+import { LookDom } from './screens/dom/look-dom';
 import { MainScreenDom } from './screens/dom/main-screen-dom';
 import { EffectedImageView } from './screens/effected-image-view';
 import { EffectsArrangeVC } from './screens/effects-arrange-vc';
+import { LookController } from './screens/look-controller';
 
 function browserStorage(): KeyValueStorage {
   try {
@@ -97,7 +99,7 @@ async function start(): Promise<void> {
     vc.viewDidDisappear();
     setTimeout(() => fxArrange2.viewDidAppear(), 300);
   };
-  const hooks: MainScreenHooks = { ...noHooks, openArrangeScreen };
+  const hooks: MainScreenHooks = { ...noHooks, openArrangeScreen, pictureLoaded: (file) => void looks.pictureLoaded(file) };
 
   const vc = new CameraIntefaceVC({
     view: dom,
@@ -115,12 +117,30 @@ async function start(): Promise<void> {
   });
   engine.onRestarted = () => void imageView.restore();
 
+  // Looks: the offer of a picked picture's look, "Copy link", the seed, and links that carry a look.
+  const lookDom = new LookDom(document.getElementById('top')!, document.getElementById('main-stack')!, document.getElementById('alpha-slider') as HTMLInputElement);
+  const looks = new LookController(engine, imageView, vc, lookDom, () => `${location.origin}${location.pathname}${location.search}`);
+  lookDom.connect(looks);
+  imageView.onControlSeed = (seed) => looks.seedChanged(seed);
+
   dom.connect(vc, cameraControlsVC, editControlsVC);
   arrangeDom.connect(fxArrange2);
   vc.viewDidLoad();
   vc.sizeChanged(window.innerWidth, window.innerHeight);
   vc.viewWillAppear();
   vc.viewDidAppear(init.launchCount);
+  looks.seedChanged(imageView.controlSeed);
+
+  // A link with a look asks once the greeting (if any) is answered, and the fragment is then dropped.
+  const openLink = () => {
+    const fragment = location.hash;
+    if (!fragment.startsWith('#look=')) return;
+    history.replaceState(null, '', `${location.pathname}${location.search}`);
+    const ask = () => (dom.alertShown ? setTimeout(ask, 300) : void looks.linkOpened(fragment));
+    ask();
+  };
+  openLink();
+  window.addEventListener('hashchange', openLink);
 
   // A new size of the window: the new arrangement, then a layout and a display at the new size.
   const relayout = () => {
@@ -139,7 +159,7 @@ async function start(): Promise<void> {
   });
 
   // For the end-to-end tests and the browser benchmark.
-  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings } });
+  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings, looks } });
 }
 
 start().catch((error: unknown) => {

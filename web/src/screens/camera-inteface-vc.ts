@@ -62,6 +62,8 @@ export interface MainScreenHooks {
   loadServerMessage(): void;
   openArrangeScreen(): void;
   openMenu(): void;
+  // A picture from the library is the base now (the file, to read what it carries).
+  pictureLoaded?(file: Blob): void;
 }
 
 export const noHooks: MainScreenHooks = {
@@ -302,6 +304,7 @@ export class CameraIntefaceVC
     this.setMode(Mode.edit);
     this.view.dismissImagePicker();
     this.showInfoMessage('Image Loaded');
+    this.hooks.pictureLoaded?.(file);
   }
 
   imagePickerControllerDidCancel(): void {
