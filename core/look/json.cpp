@@ -83,7 +83,7 @@ class Parser {
       space();
       Value v;
       if (!value(v, depth + 1)) return false;
-      out.members.emplace_back(std::move(key), std::move(v));
+      out.members.push_back(Member{std::move(key), std::move(v)});
       space();
       if (i_ < s_.size() && s_[i_] == ',') {
         ++i_;
@@ -227,8 +227,8 @@ class Parser {
 }  // namespace
 
 const Value* Value::find(std::string_view key) const {
-  for (const auto& [k, v] : members)
-    if (k == key) return &v;
+  for (const Member& m : members)
+    if (m.key == key) return &m.value;
   return nullptr;
 }
 

@@ -4,10 +4,11 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace zorvex::json {
+
+struct Member;
 
 struct Value {
   enum class Kind { null, boolean, number, string, array, object };
@@ -16,10 +17,15 @@ struct Value {
   double number = 0;
   std::string text;  // a string's value, or a number as written
   std::vector<Value> items;
-  std::vector<std::pair<std::string, Value>> members;  // in the order written
+  std::vector<Member> members;  // in the order written
 
   // The member named `key`, or null.
   const Value* find(std::string_view key) const;
+};
+
+struct Member {
+  std::string key;
+  Value value;
 };
 
 // Parses one JSON document (RFC 8259): white space around it, nothing after it. Nesting deeper than

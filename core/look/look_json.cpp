@@ -92,10 +92,10 @@ struct Reader {
   }
 
   bool onlyKeys(const Value& object, std::initializer_list<std::string_view> keys, const std::string& where) {
-    for (const auto& [key, value] : object.members) {
+    for (const json::Member& m : object.members) {
       bool known = false;
-      for (std::string_view k : keys) known = known || k == key;
-      if (!known) return fail(where + "has an unknown key \"" + key + "\"");
+      for (std::string_view k : keys) known = known || k == m.key;
+      if (!known) return fail(where + "has an unknown key \"" + m.key + "\"");
     }
     return true;
   }
