@@ -19,6 +19,12 @@ const waitForInfo = (pattern) =>
 const currentLook = async () => JSON.parse((await app.ask({ type: 'currentLook', compact: false })).text);
 // The parts of a look that the live feed runs.
 const stackOf = ({ effects, seed, controls, blend, opacity }) => ({ effects, seed, controls, blend, opacity });
+// The shutter, once the camera's frames flow.
+async function takeStill() {
+  await app.framesGoOn(2);
+  await page.keyboard.press('Space');
+  await waitForMode(1);
+}
 
 before(async () => {
   app = await openApp();
@@ -32,8 +38,7 @@ let saved, savedLook;
 
 test('a saved picture carries its look, which other tools read', async () => {
   await page.keyboard.press('e');
-  await page.keyboard.press('Space');
-  await waitForMode(1);
+  await takeStill();
   await page.locator('#blend').click();
   await page.locator('.blend-row', { hasText: 'Exclusion' }).click();
   await page.keyboard.press('Escape');
@@ -87,8 +92,7 @@ test('the saved picture, picked from the library, offers its look, and the live 
 
 test('"Copy link" makes a link whose look is used after a question', async () => {
   await page.context().grantPermissions(['clipboard-read', 'clipboard-write']);
-  await page.keyboard.press('Space');
-  await waitForMode(1);
+  await takeStill();
   await page.locator('#copy-link').click();
   await waitForInfo('^LINK COPIED$');
   const link = await page.evaluate(() => navigator.clipboard.readText());
