@@ -53,7 +53,7 @@ test-wasm: wasm
 # screenshots land in build/e2e-screenshots).
 test-web: web native
 	cd web && node node_modules/vitest/vitest.mjs run
-	cd web && node --test e2e/app.test.mjs e2e/arrange.test.mjs e2e/menu.test.mjs e2e/tours.test.mjs
+	cd web && node --test e2e/app.test.mjs e2e/arrange.test.mjs e2e/menu.test.mjs e2e/tours.test.mjs e2e/look.test.mjs
 
 test: test-native test-wasm test-sanitize test-fuzz test-web
 	@echo "All tests passed (native, WebAssembly, sanitizers, fuzzing and web)."

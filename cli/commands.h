@@ -10,6 +10,7 @@ int effectsCommand(int argc, char** argv);
 int settingsCommand(int argc, char** argv);
 int benchCommand(int argc, char** argv);
 int serveCommand(int argc, char** argv);
+int lookCommand(int argc, char** argv);
 
 class Args;
 

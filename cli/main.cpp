@@ -18,6 +18,7 @@ constexpr const char* kOverview = R"(zorvex: a glitch-art camera's effect stack 
 usage:
   zorvex render IN... -o OUT [options]  run the effect stack on pictures, GIFs
                                         and videos
+  zorvex look FILE [--compact]          print the look a picture carries
   zorvex effects [ACTION]               list or change the stored effect list
   zorvex settings [ACTION]              show or change the stored settings
   zorvex bench [--effects "A,B"] [--repeat N] [--seed N]
@@ -75,6 +76,13 @@ Runs the effect stack on the picture IN and writes the composed picture OUT.
 IN is a PNG or JPEG file, or - for standard input; a JPEG's orientation tag is
 honoured. Pictures must be at least 16 pixels on each side. OUT is replaced
 atomically: a reader sees the old file or the whole new one.
+  --look FILE             render with the look of FILE: a picture that carries
+                          one, or a look's JSON or link text; the options above
+                          replace the parts of it that they name (--rotate,
+                          --mirror and --flatten replace all its edit steps)
+  --look-json             print the look of the picture written (as JSON, on
+                          standard output)
+Every picture render writes carries its look as XMP (GIFs and videos do not).
 
 Moving pictures: IN may be a GIF or a video (MP4, MOV, Matroska, WebM, AVI).
 Every frame goes through the stack; the frame times, and a video's sound, are
@@ -94,10 +102,10 @@ kept. A still becomes a GIF or a video with --loop.
                           frames fewer, as far as it takes
 
 A batch: several inputs, or a folder (its pictures and videos, by name), all
-rendered with the same look, each written into FOLDER (made if missing; one that exists, or a
-name ending in /) under its own name, or to PATTERN, in which {name} is the
-input's name without its extension, {ext} its extension and {n} its number from
-1. A bad file is told at the end and the others are written (exit status 1 if
+rendered with the same look, each written into FOLDER (made if missing; one
+that exists, or a name ending in /) under its own name, or to PATTERN, in which
+{name} is the input's name without its extension, {ext} its extension and {n}
+its number from 1. A bad file is told at the end and the others are written (exit status 1 if
 any failed); Ctrl-C leaves no half-written file.
   -j, --jobs N            pictures rendered at once (default: the cores)
   --seed-each             each file its own roll of the controls (from --seed N:
@@ -149,6 +157,14 @@ Serves the web app on localhost until Ctrl-C.
                           share/zorvex/web beside its bin folder)
 )";
 
+constexpr const char* kLookUsage = R"(
+usage: zorvex look FILE [--compact]
+Prints the look that the picture FILE carries (its effects, controls, blend,
+opacity, size and edit steps), as JSON.
+  --compact               as the text for a link's fragment (#look=TEXT)
+A picture without a look exits 1.
+)";
+
 constexpr const char* kExitStatus = R"(
 Exit status: 0 on success, 2 for a usage error (a row number outside the list
 included), 1 when a file can't be read, decoded or written.
@@ -161,7 +177,7 @@ struct CommandHelp {
 };
 constexpr CommandHelp kCommands[] = {
     {"render", kRenderUsage, true},    {"effects", kEffectsUsage, true}, {"settings", kSettingsUsage, true},
-    {"bench", kBenchUsage, false},     {"serve", kServeUsage, false},
+    {"look", kLookUsage, false},       {"bench", kBenchUsage, false},    {"serve", kServeUsage, false},
 };
 
 const CommandHelp* findCommand(const std::string& name) {
@@ -226,7 +242,7 @@ int run(int argc, char** argv) {
   }
   if (command == "help" && argc >= 3) {
     if (argc > 3 || !findCommand(argv[2])) {
-      complain("help takes one command name: render, effects, settings, bench or serve");
+      complain("help takes one command name: render, effects, settings, look, bench or serve");
       return kExitUsage;
     }
     return commandHelp(argv[2]);
@@ -245,6 +261,7 @@ int run(int argc, char** argv) {
   if (command == "settings") return settingsCommand(argc, argv);
   if (command == "bench") return benchCommand(argc, argv);
   if (command == "serve") return serveCommand(argc, argv);
+  if (command == "look") return lookCommand(argc, argv);
   complain("unknown command \"" + command + "\"; see zorvex help");
   return kExitUsage;
 }

@@ -11,10 +11,13 @@
 #include "cli/args.h"
 #include "cli/batch.h"
 #include "cli/commands.h"
+#include "cli/look_file.h"
 #include "cli/progress.h"
 #include "cli/store_session.h"
 #include "core/imaging/image_utils.h"
 #include "core/imaging/platform.h"
+#include "core/look/look_apply.h"
+#include "core/look/xmp.h"
 #include "core/render/compose.h"
 #include "core/render/effected_image_view.h"
 #include "core/render/sample_picture.h"
@@ -49,6 +52,11 @@ struct RenderOptions {
   double rotate = 0;    // degrees: -90 for left, 90 for right
   int mirror = 0;       // 0 none, 'h' left to right, 'v' top to bottom
   int64_t flatten = 0;  // times, before the final render
+  bool controlsGiven = false;           // by --controls or --seed
+  bool blendGiven = false, alphaGiven = false;
+  std::optional<std::string> lookFile;  // --look: the look to render with
+  bool lookJson = false;                // --look-json: print the look of what was rendered
+  look::Look recipe;                    // the look every file is rendered with (its controls aside)
   bool quiet = false;   // nothing on standard error but errors
   // A batch: several inputs, or -o a folder or a pattern; each input and its output.
   bool batch = false;
@@ -110,8 +118,8 @@ std::string inputName(const std::string& input) { return input == "-" ? std::str
 int parse(int argc, char** argv, RenderOptions& o) {
   Args args(argc, argv, 2,
             {"--output", "--effects", "--controls", "--seed", "--blend", "--alpha", "--width", "--defaults", "--rotate",
-             "--mirror", "--flatten", "--jobs", "--loop", "--roll-every", "--max-size", "--fps"},
-            {"--half", "--full", "--effected-only", "--sample", "--quiet", "--seed-each"},
+             "--mirror", "--flatten", "--jobs", "--loop", "--roll-every", "--max-size", "--fps", "--look"},
+            {"--half", "--full", "--effected-only", "--sample", "--quiet", "--seed-each", "--look-json"},
             {{"-o", "--output"}, {"-q", "--quiet"}, {"-j", "--jobs"}});
   if (args.wantsHelp()) return commandHelp("render");
   std::string error = args.error();
@@ -180,6 +188,11 @@ int parse(int argc, char** argv, RenderOptions& o) {
   o.defaults = args.value("--defaults");
 
   if (args.has("--controls") && args.has("--seed")) return usage("give --controls or --seed, not both");
+  o.lookFile = args.value("--look");
+  o.lookJson = args.has("--look-json");
+  if (o.lookJson && (o.batch || native::isAnimationPath(o.output)))
+    return usage("--look-json prints the look of one picture written; it can't go with a batch or a GIF or video");
+  o.controlsGiven = args.has("--controls") || args.has("--seed");
   if (auto file = args.value("--controls")) {
     bool isUsage = true;
     if (!readControls(*file, o.controls, error, isUsage)) {
@@ -193,13 +206,15 @@ int parse(int argc, char** argv, RenderOptions& o) {
       if (!parseUint64("--seed", *text, seed, error)) return usage(error);
       o.controls = rollControls(seed);
       o.seed = seed;
-    } else if (!o.seedEach) {
+    } else if (!o.seedEach && !o.lookFile) {
       RolledControls rolled = randomizeControls();
       if (!args.has("--quiet")) std::fprintf(stderr, "seed %llu\n", static_cast<unsigned long long>(rolled.seed));
       o.controls = std::move(rolled.values);
       o.seed = rolled.seed;
     }
   }
+  o.blendGiven = args.has("--blend");
+  o.alphaGiven = args.has("--alpha");
   if (auto label = args.value("--blend")) {
     auto mode = blendModeFromLabel(*label);
     if (!mode) {
@@ -232,10 +247,70 @@ int parse(int argc, char** argv, RenderOptions& o) {
   return -1;
 }
 
-// The stack on one picture with the options' look, edit tools and size, and `controls`; nil with
-// `error` set, naming `name`, on failure. With `showProgress` a large render tells its kernels as
-// they run.
-CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const ControlValues& controls,
+// The look to render: the one of --look, if given, with the parts that the options name replaced by
+// them; else the options' own, with the stored list's effects unless --effects names them. Returns an
+// exit code, or -1 to go on.
+int makeLook(RenderOptions& o, const EffectsData& data, look::Look& recipe) {
+  const bool fromFile = o.lookFile.has_value();
+  if (fromFile) {
+    std::string error;
+    switch (readLookFile(*o.lookFile, recipe, error)) {
+      case look::Found::none: complain("--look " + *o.lookFile + ": it carries no look"); return kExitFailure;
+      case look::Found::error: complain("--look " + error); return kExitFailure;
+      case look::Found::look: break;
+    }
+  }
+  look::Stack& stack = recipe.stack;
+  if (o.effects || !fromFile) {
+    const EffectList rows = o.effects ? *o.effects : data.effects;
+    stack.effects = look::currentStack(rows, {}, std::nullopt, BlendMode::normal, 1.0).effects;
+  }
+  if (o.controlsGiven || o.seedEach || !fromFile) {
+    stack.controls = o.controls;
+    stack.seed = o.seed;
+  }
+  if (o.blendGiven || !fromFile) stack.blend = o.blend;
+  if (o.alphaGiven || !fromFile) stack.opacity = o.alpha;
+  if (o.half || o.full || o.width || !fromFile) recipe.size = look::RenderSize{o.half ? SaveQuality::half : SaveQuality::full, o.width};
+  if (o.rotate != 0 || o.mirror || o.flatten || !fromFile) {
+    auto step = [](look::Edit e) {
+      look::EditStep s;
+      s.edit = e;
+      return s;
+    };
+    recipe.edits.clear();
+    if (o.rotate != 0) recipe.edits.push_back(step(o.rotate < 0 ? look::Edit::rotateLeft : look::Edit::rotateRight));
+    if (o.mirror) recipe.edits.push_back(step(o.mirror == 'h' ? look::Edit::mirrorH : look::Edit::mirrorV));
+    for (int64_t i = 0; i < o.flatten; ++i) recipe.edits.push_back(step(look::Edit::flatten));
+  }
+  look::normalize(recipe);
+  for (const look::EditStep& step : recipe.edits) {
+    if (recipe.size.previewWidth && step.edit == look::Edit::flatten) {
+      complain("the look flattens, which works on the full picture; it can't go with --width");
+      return kExitUsage;
+    }
+  }
+  // From here on the options say what the look says.
+  o.controls = stack.controls;
+  o.seed = stack.seed;
+  o.blend = stack.blend;
+  o.alpha = stack.opacity;
+  o.width = recipe.size.previewWidth;
+  o.half = !o.width && recipe.size.quality == SaveQuality::half;
+  return -1;
+}
+
+// The look of the options with `controls` (from `seed`, when they came from one).
+look::Look lookWith(const RenderOptions& o, const ControlValues& controls, std::optional<uint64_t> seed) {
+  look::Look recipe = o.recipe;
+  recipe.stack.controls = controls;
+  recipe.stack.seed = seed;
+  return recipe;
+}
+
+// The stack on one picture with `recipe`'s look, edit steps and size; nil with `error` set, naming
+// `name`, on failure. With `showProgress` a large render tells its kernels as they run.
+CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const look::Look& recipe,
                          const std::string& name, bool showProgress, std::string& error) {
   const CGImageRef base = KImageProcessing::correctForCameraOrientation(picture).CGImage;
   if (!base) {
@@ -252,34 +327,41 @@ CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const C
   EffectsData& data = EffectsData::shared();
   EffectedImageView view(1.0, data);
   view.originalImage = base;
-  view.controlValues = controls;
-  view.blendMode = o.blend;
-  view.setLayerAlpha(o.alpha);
-  const SaveQuality quality = o.half ? SaveQuality::half : SaveQuality::full;
+  look::applyStack(view, recipe.stack);
+  const SaveQuality quality = recipe.size.quality;
   view.saveQuality = [quality] { return quality; };
+  const int64_t width = recipe.size.previewWidth;
 
-  // The edit tools, on the base before the stack: turn, mirror, then flatten.
-  if (o.rotate != 0) view.rotateBaseImage(o.rotate, false);
-  if (o.mirror == 'h') view.rotateBaseImage(0, true);
-  if (o.mirror == 'v') view.rotateBaseImage(180, true);
+  // The edit steps, on the base before the stack, in their order: the turns and mirrors before the
+  // first flatten now, the rest with the final render, where progress shows their passes.
+  size_t firstFlatten = 0;
+  while (firstFlatten < recipe.edits.size() && recipe.edits[firstFlatten].edit != look::Edit::flatten) ++firstFlatten;
+  look::Look turns = recipe, flattens = recipe;
+  turns.edits.resize(firstFlatten);
+  flattens.edits.erase(flattens.edits.begin(), flattens.edits.begin() + ptrdiff_t(firstFlatten));
+  if (std::string why; !look::replayEdits(view, data, turns, why)) {
+    error = name + ": " + why;
+    return nullptr;
+  }
 
   const int64_t baseW = int64_t(CGImageGetWidth(view.originalImage)), baseH = int64_t(CGImageGetHeight(view.originalImage));
-  const CGSize preview = previewSize(baseW, baseH, o.width);
-  int64_t w = o.width ? int64_t(preview.width) : baseW, h = o.width ? int64_t(preview.height) : baseH;
-  if (!o.width && o.half) {
+  const CGSize preview = previewSize(baseW, baseH, width);
+  int64_t w = width ? int64_t(preview.width) : baseW, h = width ? int64_t(preview.height) : baseH;
+  if (!width && quality == SaveQuality::half) {
     w /= 2;
     h /= 2;
   }
   if (w < 1 || h < 1) {
     // Only --width can ask for so small a render of a picture of 16 pixels a side or more.
-    error = name + ": --width " + std::to_string(o.width) + " leaves a render of " + std::to_string(w) + "x" +
+    error = name + ": --width " + std::to_string(width) + " leaves a render of " + std::to_string(w) + "x" +
             std::to_string(h) + " pixels for this " + std::to_string(baseW) + "x" + std::to_string(baseH) +
             " picture; give a larger width";
     return nullptr;
   }
   showProgress = showProgress && w * h >= 4'000'000;
   int64_t pass = 0;
-  const int64_t passes = o.flatten + 1;
+  int64_t passes = 1;
+  for (const look::EditStep& step : flattens.edits) passes += step.edit == look::Edit::flatten;
   if (showProgress) {
     data.onEffect = [&](size_t i, size_t n, const Effect& e) {
       std::fprintf(stderr, "\rrendering %lldx%lld", static_cast<long long>(w), static_cast<long long>(h));
@@ -294,9 +376,9 @@ CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const C
   };
 
   CGImageRef result;
-  if (o.width) {
-    // As the live preview: a render for a view o.width pixels wide, composed at the preview's size.
-    view.layoutSubviews(CGSize{double(o.width), double(h)});
+  if (width) {
+    // As the live preview: a render for a view `width` pixels wide, composed at the preview's size.
+    view.layoutSubviews(CGSize{double(width), double(h)});
     view.render(false);
     endProgress();
     if (!view.effectedImage) {
@@ -307,12 +389,14 @@ CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const C
   } else {
     // No screen here: the preview render that flattening asks for is not wanted, so the gate stays shut.
     view.isDrawing = true;
-    for (; pass < o.flatten; ++pass) {
-      if (!view.flatten()) {
-        endProgress();
-        error = name + ": not enough memory to flatten a " + std::to_string(w) + "x" + std::to_string(h) + " picture";
-        return nullptr;
-      }
+    std::string why;
+    if (!look::replayEdits(view, data, flattens, why, [&](const look::EditStep& s) { pass += s.edit == look::Edit::flatten; })) {
+      endProgress();
+      error = name + ": " +
+              (why == "not enough memory to flatten the picture"
+                   ? "not enough memory to flatten a " + std::to_string(w) + "x" + std::to_string(h) + " picture"
+                   : why);
+      return nullptr;
     }
     const auto final = view.renderFinalParts();
     endProgress();
@@ -327,7 +411,7 @@ CGImageRef renderPicture(const RenderOptions& o, const UIImage& picture, const C
 
 // A GIF, a video or a loop: every frame through the stack.
 bool renderMoving(const RenderOptions& o, const std::string& in, const std::string& out, const ControlValues& controls,
-                  uint64_t seed, bool showProgress, std::string& message) {
+                  std::optional<uint64_t> seed, bool showProgress, std::string& message) {
   const bool movingIn = !o.sample && native::isAnimationFile(in);
   if (!native::isAnimationPath(out)) {
     message = in + ": a GIF or a video is written to " + kMovingTypes + ", not " + out;
@@ -347,18 +431,21 @@ bool renderMoving(const RenderOptions& o, const std::string& in, const std::stri
   job.maxSize = o.maxSize;
   job.fps = o.fps;
   job.controls = controls;
-  job.seed = seed;
+  job.seed = seed.value_or(0);
   const auto renderer = [&](const UIImage& frame, const ControlValues& values, int64_t index, std::string& error) {
-    return renderPicture(o, frame, values, job.input + ", frame " + std::to_string(index + 1), false, error);
+    return renderPicture(o, frame, lookWith(o, values, std::nullopt), job.input + ", frame " + std::to_string(index + 1),
+                         false, error);
   };
   ProgressBar bar("frames", 0, showProgress);
   return renderAnimation(job, renderer, showProgress ? &bar : nullptr, message, message);
 }
 
 // One input to one output; false with `error` naming the file concerned. On success `error` may hold
-// a note.
+// a note. A picture carries its look as XMP; `written`, when given, receives it (nothing when the
+// look can't be written down).
 bool renderFile(const RenderOptions& o, const std::string& in, const std::string& out, const ControlValues& controls,
-                uint64_t seed, bool showProgress, std::string& error) {
+                std::optional<uint64_t> seed, bool showProgress, std::string& error,
+                std::optional<look::Look>* written = nullptr) {
   if (o.loop || native::isAnimationPath(out) || (!o.sample && native::isAnimationFile(in)))
     return renderMoving(o, in, out, controls, seed, showProgress, error);
   UIImage picture;
@@ -374,13 +461,19 @@ bool renderFile(const RenderOptions& o, const std::string& in, const std::string
     }
     if (!warning.empty()) note = "warning: " + inputName(in) + ": " + warning;
   }
-  const CGImageRef result = renderPicture(o, picture, controls, o.sample ? "the sample" : inputName(in), showProgress, error);
+  const look::Look recipe = lookWith(o, controls, seed);
+  const CGImageRef result = renderPicture(o, picture, recipe, o.sample ? "the sample" : inputName(in), showProgress, error);
   if (!result) return false;
+  // A look's vector is written as multiples of 0.0001; other values (from --controls) make no look.
+  std::string lookError;
+  const bool hasLook = look::validate(recipe, lookError);
+  if (!hasLook) note += (note.empty() ? "" : "\n") + out + " is written without its look: " + lookError;
   // The picture is written under a temporary name beside OUT and renamed over it when whole.
-  if (!native::writeImage(result, out, error)) {
+  if (!native::writeImage(result, out, error, 92, hasLook ? look::xmpPacket(recipe) : std::string())) {
     error = out + ": " + error;
     return false;
   }
+  if (written && hasLook) *written = recipe;
   error = note;
   return true;
 }
@@ -398,7 +491,7 @@ int renderCommand(int argc, char** argv) {
   // is for.
   store.finish(kExitOk, false);
   store.release();
-  if (!o.half && !o.full && !o.width) {
+  if (!o.half && !o.full && !o.width && !o.lookFile) {
     if (auto quality = SettingsController::saveQualityIfValid()) {
       o.half = *quality == SaveQuality::half;
     } else {
@@ -407,7 +500,9 @@ int renderCommand(int argc, char** argv) {
                ", neither full (0) nor half (1): rendering at full size (zorvex settings set save-quality sets it)");
     }
   }
-  if (o.effects) EffectsData::shared().effects = *o.effects;
+  EffectsData& data = EffectsData::shared();
+  if (int code = makeLook(o, data, o.recipe); code >= 0) return code;
+  data.effects = look::rowsFor(o.recipe.stack.effects);
 
   if (o.batch) {
     std::string error;
@@ -424,16 +519,18 @@ int renderCommand(int argc, char** argv) {
     }
     return runBatch(items, int(o.jobs), o.quiet, o.seedEach, [&o](const BatchItem& item, std::string& message) {
       return renderFile(o, item.input, item.output, item.seed ? rollControls(*item.seed) : o.controls,
-                        item.seed.value_or(o.seed.value_or(0)), false, message);
+                        item.seed ? item.seed : o.seed, false, message);
     });
   }
   native::installInterruptCleanup();
   std::string message;
-  if (!renderFile(o, o.input, o.output, o.controls, o.seed.value_or(0), ProgressBar::wanted(o.quiet), message)) {
+  std::optional<look::Look> written;
+  if (!renderFile(o, o.input, o.output, o.controls, o.seed, ProgressBar::wanted(o.quiet), message, &written)) {
     complain(message);
     return kExitFailure;
   }
   if (!message.empty() && !o.quiet) std::fprintf(stderr, "%s\n", message.c_str());
+  if (o.lookJson && written) std::fputs(look::toJson(*written).c_str(), stdout);
   return kExitOk;
 }
 

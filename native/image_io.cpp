@@ -9,11 +9,13 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <vector>
 
 #include "core/imaging/blend.h"
+#include "core/look/xmp.h"
 #include "native/atomic_file.h"
 #include "native/input_file.h"
 
@@ -262,10 +264,12 @@ std::vector<uint8_t> straightPixels(const CGImageRef& image, bool& withAlpha) {
 struct JpegWrite {
   jpeg_compress_struct cinfo;
   JpegError err;
-  FILE* file = nullptr;
+  unsigned char* buffer = nullptr;
+  unsigned long size = 0;
+  ~JpegWrite() { std::free(buffer); }
 };
 
-bool writeJpeg(const CGImageRef& image, FILE* file, std::string& error, int quality) {
+bool encodeJpeg(const CGImageRef& image, std::vector<uint8_t>& out, std::string& error, int quality) {
   const PixelView& src = image->pixels();
   // The colour of a pixel with alpha is its colour over black, as the premultiplied bytes are.
   std::vector<uint8_t> rgb(size_t(src.width) * size_t(src.height) * 3);
@@ -280,7 +284,6 @@ bool writeJpeg(const CGImageRef& image, FILE* file, std::string& error, int qual
     }
   }
   auto s = std::make_unique<JpegWrite>();
-  s->file = file;
   s->cinfo.err = jpeg_std_error(&s->err.mgr);
   s->err.mgr.error_exit = onJpegError;
   if (setjmp(s->err.jump)) {
@@ -289,7 +292,7 @@ bool writeJpeg(const CGImageRef& image, FILE* file, std::string& error, int qual
     return false;
   }
   jpeg_create_compress(&s->cinfo);
-  jpeg_stdio_dest(&s->cinfo, s->file);
+  jpeg_mem_dest(&s->cinfo, &s->buffer, &s->size);
   s->cinfo.image_width = JDIMENSION(src.width);
   s->cinfo.image_height = JDIMENSION(src.height);
   s->cinfo.input_components = 3;
@@ -303,23 +306,29 @@ bool writeJpeg(const CGImageRef& image, FILE* file, std::string& error, int qual
   }
   jpeg_finish_compress(&s->cinfo);
   jpeg_destroy_compress(&s->cinfo);
+  out.assign(s->buffer, s->buffer + s->size);
   return true;
 }
 
-bool writePng(const CGImageRef& image, FILE* file, std::string& error) {
+bool encodePng(const CGImageRef& image, std::vector<uint8_t>& out, std::string& error) {
   bool withAlpha = false;
   const std::vector<uint8_t> px = straightPixels(image, withAlpha);
-  png_image out;
-  std::memset(&out, 0, sizeof out);
-  out.version = PNG_IMAGE_VERSION;
-  out.width = png_uint_32(image->width());
-  out.height = png_uint_32(image->height());
-  out.format = withAlpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
-  if (!png_image_write_to_stdio(&out, file, 0, px.data(), 0, nullptr)) {
-    error = std::string("can't write it (") + out.message + ")";
-    return false;
+  png_image png;
+  std::memset(&png, 0, sizeof png);
+  png.version = PNG_IMAGE_VERSION;
+  png.width = png_uint_32(image->width());
+  png.height = png_uint_32(image->height());
+  png.format = withAlpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
+  png_alloc_size_t size = 0;
+  if (png_image_write_get_memory_size(png, size, 0, px.data(), 0, nullptr)) {
+    out.resize(size);
+    if (png_image_write_to_memory(&png, out.data(), &size, 0, px.data(), 0, nullptr)) {
+      out.resize(size);
+      return true;
+    }
   }
-  return true;
+  error = std::string("can't write it as PNG (") + png.message + ")";
+  return false;
 }
 
 }  // namespace
@@ -377,7 +386,8 @@ bool isWritableImagePath(const std::string& path) {
   return isJpegPath(path) || endsWith(lower(path), ".png");
 }
 
-bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality) {
+bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality,
+                const std::string& xmpPacket) {
   if (!image) {
     error = "there is no picture to write";
     return false;
@@ -386,20 +396,17 @@ bool writeImage(const CGImageRef& image, const std::string& path, std::string& e
     error = "unknown picture type: use .png, .jpg or .jpeg";
     return false;
   }
-  AtomicFile file;
-  if (!file.open(path, error)) {
-    error = "can't write it (" + error + ")";
-    return false;
+  std::vector<uint8_t> bytes;
+  const bool encoded = isJpegPath(path) ? encodeJpeg(image, bytes, error, jpegQuality) : encodePng(image, bytes, error);
+  if (!encoded) return false;
+  if (!xmpPacket.empty()) {
+    std::vector<uint8_t> withXmp;
+    if (!look::embedXmp(bytes, xmpPacket, withXmp, error)) return false;
+    bytes.swap(withXmp);
   }
-  std::string why;
-  const bool ok = isJpegPath(path) ? writeJpeg(image, file.stream(), why, jpegQuality) : writePng(image, file.stream(), why);
-  // A failed write of the file's bytes says why through errno ("No space left on device"); the
-  // encoder's own message is kept for the rest. Nothing is renamed then.
-  if (!ok) {
-    error = file.writeErrno() ? "can't write it (" + std::string(std::strerror(file.writeErrno())) + ")" : why;
-    return false;
-  }
-  if (!file.commit(error)) {
+  // Written beside the target under a unique name and renamed over it when whole, so that a reader
+  // sees the old file or the whole new one.
+  if (!writeFileAtomically(path, bytes, error)) {
     error = "can't write it (" + error + ")";
     return false;
   }

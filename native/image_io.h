@@ -27,10 +27,11 @@ UIImage readImage(const std::string& path, std::string& error, std::string* warn
 // fuzzing quick.
 UIImage readImage(FILE* stream, std::string& error, std::string* warning = nullptr, int64_t maxPixels = kMaxPixels);
 
-// Writes PNG or JPEG by the extension (.png, .jpg, .jpeg; any case), atomically: a new file of a
-// unique name beside `path` renamed over it, so that a reader sees the old file or the whole new one.
-// False with `error` set on failure.
-bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality = 92);
+// Writes PNG or JPEG by the extension (.png, .jpg, .jpeg; any case), with `xmpPacket` as its XMP
+// unless it is empty, atomically: a new file of a unique name beside `path` renamed over it, so that
+// a reader sees the old file or the whole new one. False with `error` set on failure.
+bool writeImage(const CGImageRef& image, const std::string& path, std::string& error, int jpegQuality = 92,
+                const std::string& xmpPacket = {});
 
 // True when the path ends in an extension writeImage knows.
 bool isWritableImagePath(const std::string& path);

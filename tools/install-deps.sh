@@ -11,6 +11,7 @@ packages=(
   libcpp-httplib-dev chromium
   libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libgif-dev ffmpeg
   groff-base
+  exiv2 libimage-exiftool-perl
 )
 # npm comes with some builds of nodejs and is a package of its own with Debian's.
 command -v npm >/dev/null || packages+=(npm)

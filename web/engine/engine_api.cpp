@@ -17,6 +17,7 @@
 #include "core/stack/analytics.h"
 #include "core/stack/effects_data.h"
 #include "core/stack/filters.h"
+#include "web/engine/look_log.h"
 #include "web/engine/web_defaults.h"
 
 using namespace zorvex;
@@ -29,7 +30,7 @@ constexpr int64_t kMaxPixels = 100'000'000;
 
 // What a flatten ran under besides the composition: the effects in running order, the controls' seed,
 // the seed of the flickering effects' draws and the size.
-struct Look {
+struct FlattenLook {
   std::vector<std::string> effects;
   uint64_t seed = 0;
   uint32_t flicker = 0;
@@ -45,7 +46,7 @@ struct Engine {
   int32_t pictureWidth = 0, pictureHeight = 0;
   std::string text;  // the last string handed out
   uint32_t kernelsRun = 0;  // kernels run since the start, for tests that a redraw runs none
-  Look lastLook;  // of the last flatten made here
+  FlattenLook lastLook;  // of the last flatten made here
   std::string listProblem;  // why the last start put the built-in list in place of the stored one
 };
 
@@ -110,6 +111,8 @@ bool rowIs(size_t row, const char* name) {
   return row < rows.size() && rows[row]->name == name;
 }
 
+web::LookLog& lookLog() { return web::LookLog::shared(); }
+
 const char* handOutText(std::string s) {
   engine().text = std::move(s);
   return engine().text.c_str();
@@ -171,6 +174,8 @@ std::vector<std::string> splitLines(const char* text) {
 
 }  // namespace
 
+EffectedImageView& web::engineView() { return view(); }
+
 extern "C" {
 
 // Starts the engine: installs the stored defaults (a binary property list; none or unreadable bytes
@@ -215,6 +220,7 @@ EMSCRIPTEN_KEEPALIVE int zv_set_original(const uint8_t* rgba, int32_t w, int32_t
     if (!image) return 1;
   }
   view().originalImage = image;
+  lookLog().baseChanged();
   return 0;
 }
 
@@ -222,6 +228,7 @@ EMSCRIPTEN_KEEPALIVE int zv_set_original(const uint8_t* rgba, int32_t w, int32_t
 EMSCRIPTEN_KEEPALIVE void zv_clear_images() {
   view().originalImage = nullptr;
   view().effectedImage = nullptr;
+  lookLog().baseChanged();
 }
 
 EMSCRIPTEN_KEEPALIVE int32_t zv_original_width() { return int32_t(CGImageGetWidth(view().originalImage)); }
@@ -281,15 +288,22 @@ EMSCRIPTEN_KEEPALIVE void zv_set_control_seed(uint32_t high, uint32_t low) {
 
 // The base turned by `degrees`, mirrored left to right when `mirrored`; 0 without a base.
 EMSCRIPTEN_KEEPALIVE int zv_rotate_base_image(double degrees, int32_t mirrored) {
-  return view().rotateBaseImage(degrees, mirrored != 0) ? 1 : 0;
+  if (!view().rotateBaseImage(degrees, mirrored != 0)) return 0;
+  lookLog().turned(degrees, mirrored != 0);
+  return 1;
 }
 
 // The composed final becomes the base, and a preview is rendered; 0 (nothing changed) on failure. What
-// it ran under is kept for zv_last_look_json.
+// it ran under is kept for zv_last_look_json, and the look log takes the step.
 EMSCRIPTEN_KEEPALIVE int zv_flatten() {
   EffectedImageView& v = view();
-  Look look{stackNames(), v.controlSeed, arc4random(), v.saveQuality() == SaveQuality::half};
-  if (!flattenWithDraws(look.flicker)) return 0;
+  FlattenLook look{stackNames(), v.controlSeed, arc4random(), v.saveQuality() == SaveQuality::half};
+  web::LookLog before = lookLog();
+  lookLog().flattening(v, EffectsData::shared());
+  if (!flattenWithDraws(look.flicker)) {
+    lookLog() = before;
+    return 0;
+  }
   engine().lastLook = std::move(look);
   return 1;
 }
@@ -306,20 +320,26 @@ EMSCRIPTEN_KEEPALIVE int zv_flatten_under(const char* names, uint32_t seedHigh, 
   for (const std::string& name : splitLines(names)) list.push_back(Effect::make(name, true));
   const EffectList rows = data.effects;
   const ControlValues controls = v.controlValues;
+  const uint64_t seed = v.controlSeed;
   const auto quality = v.saveQuality;
   data.effects = list;
-  v.controlValues = rollControls((uint64_t(seedHigh) << 32) | seedLow);
+  v.controlSeed = (uint64_t(seedHigh) << 32) | seedLow;
+  v.controlValues = rollControls(v.controlSeed);
   v.saveQuality = [half] { return half ? SaveQuality::half : SaveQuality::full; };
+  web::LookLog before = lookLog();
+  lookLog().flattening(v, data);
   const bool ok = flattenWithDraws(flicker);
+  if (!ok) lookLog() = before;
   data.effects = rows;
   v.controlValues = controls;
+  v.controlSeed = seed;
   v.saveQuality = quality;
   return ok ? 1 : 0;
 }
 
 // The look of the last flatten: {"effects":[...],"seed":"N","flicker":N,"half":false}.
 EMSCRIPTEN_KEEPALIVE const char* zv_last_look_json() {
-  const Look& look = engine().lastLook;
+  const FlattenLook& look = engine().lastLook;
   std::string out = "{\"effects\":[";
   for (size_t i = 0; i < look.effects.size(); ++i) out += (i ? "," : "") + web::jsonString(look.effects[i]);
   out += "],\"seed\":\"" + std::to_string(look.seed) + "\",\"flicker\":" + std::to_string(look.flicker) +

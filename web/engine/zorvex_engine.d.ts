@@ -51,6 +51,17 @@ declare module '@engine/zorvex_engine.mjs' {
     _zv_set_default_integer(key: number, value: number): void;
     _zv_set_default_bool(key: number, value: number): void;
     _zv_fatal(): void;
+
+    // Looks (look_api.cpp).
+    _zv_look_from_picture(file: number, length: number): number;
+    _zv_parse_look(text: number): number;
+    _zv_apply_look(text: number, withEdits: number): number;
+    _zv_current_look(compact: number): number;
+    _zv_current_look_xmp(): number;
+    _zv_look_text(): number;
+    _zv_embed_xmp(file: number, length: number, packet: number): number;
+    _zv_look_bytes_length(): number;
+    _zv_release_look_bytes(): void;
   }
 
   export interface ZorvexEngineOptions {

@@ -13,6 +13,7 @@ import { CameraIntefaceVC, noHooks, type MainScreenHooks } from './screens/camer
 import { CameraControlsVC, EditControlsVC } from './screens/controls';
 import { AlertPanelDom } from './screens/dom/alert-panel-dom';
 import { ArrangeScreenDom } from './screens/dom/arrange-screen-dom';
+import { LookDom } from './screens/dom/look-dom';
 import { MainScreenDom } from './screens/dom/main-screen-dom';
 import { elementAnchor, WalkthroughDom } from './screens/dom/walkthrough-dom';
 import { buildMenu, openInNewTab } from './screens/dom/menu-setup';
@@ -21,6 +22,7 @@ import { EffectsArrangeVC } from './screens/effects-arrange-vc';
 import { ServerMessageLoader } from './screens/server-message';
 import { Tours, type ArrangeAnchor, type MainScreenAnchor } from './screens/tours';
 import { Walkthrough } from './screens/walkthrough';
+import { LookController } from './screens/look-controller';
 
 function browserStorage(): KeyValueStorage {
   try {
@@ -135,6 +137,7 @@ async function start(): Promise<void> {
     openArrangeScreen,
     openMenu: () => menu.open(),
     loadServerMessage: () => void messages.loadServerMessage(),
+    pictureLoaded: (file) => void looks.pictureLoaded(file),
   };
 
   const vc = new CameraIntefaceVC({
@@ -154,12 +157,30 @@ async function start(): Promise<void> {
   engine.onRestarted = () => void imageView.restore();
   const { menu } = buildMenu({ main: vc, defaults, settings, analytics });
 
+  // Looks: the offer of a picked picture's look, "Copy link", the seed, and links that carry a look.
+  const lookDom = new LookDom(document.getElementById('top')!, document.getElementById('main-stack')!, document.getElementById('alpha-slider') as HTMLInputElement);
+  const looks = new LookController(engine, imageView, vc, lookDom, () => `${location.origin}${location.pathname}${location.search}`);
+  lookDom.connect(looks);
+  imageView.onControlSeed = (seed) => looks.seedChanged(seed);
+
   dom.connect(vc, cameraControlsVC, editControlsVC);
   arrangeDom.connect(fxArrange2);
   vc.viewDidLoad();
   vc.sizeChanged(window.innerWidth, window.innerHeight);
   vc.viewWillAppear();
   vc.viewDidAppear(init.launchCount);
+  looks.seedChanged(imageView.controlSeed);
+
+  // A link with a look asks once the greeting (if any) is answered, and the fragment is then dropped.
+  const openLink = () => {
+    const fragment = location.hash;
+    if (!fragment.startsWith('#look=')) return;
+    history.replaceState(null, '', `${location.pathname}${location.search}`);
+    const ask = () => (ZorvexAlertVC.alerts.length > 0 ? setTimeout(ask, 300) : void looks.linkOpened(fragment));
+    ask();
+  };
+  openLink();
+  window.addEventListener('hashchange', openLink);
 
   // A new size of the window: the new arrangement, then a layout and a display at the new size.
   const relayout = () => {
@@ -178,7 +199,7 @@ async function start(): Promise<void> {
   });
 
   // For the end-to-end tests and the browser benchmark.
-  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings, menu, walkthrough } });
+  Object.assign(window, { zorvex: { engine, vc, fxArrange2, imageView, canvas, analytics, defaults, settings, menu, walkthrough, looks } });
 }
 
 start().catch((error: unknown) => {

@@ -65,6 +65,8 @@ export interface MainScreenHooks {
   loadServerMessage(): void;
   openArrangeScreen(): void;
   openMenu(): void;
+  // A picture from the library is the base now (the file, to read what it carries).
+  pictureLoaded?(file: Blob): void;
 }
 
 export const noHooks: MainScreenHooks = {
@@ -309,6 +311,7 @@ export class CameraIntefaceVC
     this.setMode(Mode.edit);
     this.view.dismissImagePicker();
     this.showInfoMessage('Image Loaded');
+    this.hooks.pictureLoaded?.(file);
   }
 
   // The thumbnail of the last picture saved: that picture opens in edit mode again.

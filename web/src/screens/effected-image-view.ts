@@ -43,6 +43,8 @@ export class EffectedImageView {
   readonly history = new EditHistory();
   // The last picture handed to the photos in this session.
   lastSavedFile: Blob | null = null;
+  // Told when the control values are rolled anew, with their seed.
+  onControlSeed: ((seed: string | null) => void) | null = null;
 
   private layerAlphaValue = 1;
   private pendingFrame: RawPicture | null = null;
@@ -211,6 +213,7 @@ export class EffectedImageView {
     try {
       const reply = await this.engine.request({ type: 'randomizeControls', state: this.state() });
       this.controlSeed = reply.seed;
+      this.onControlSeed?.(reply.seed);
       if (reply.picture) this.view.show(reply.picture);
     } catch (error) {
       this.failed(error);
@@ -297,12 +300,16 @@ export class EffectedImageView {
     return true;
   }
 
-  // The final at full size (or half by the save quality) as a JPEG file; null on failure.
+  // The final at full size (or half by the save quality) as a JPEG file that carries its look; null on
+  // failure.
   async renderFinal(): Promise<Blob | null> {
     try {
       const reply = await this.engine.request({ type: 'renderFinal', state: this.state(), mimeType: 'image/jpeg', quality: 0.92 });
       if (reply.file) return reply.file;
-      return reply.picture ? encodeJpeg(reply.picture) : null;
+      const file = reply.picture ? await encodeJpeg(reply.picture) : null;
+      if (!file) return null;
+      const withLook = await this.engine.request({ type: 'embedLook', file: await file.arrayBuffer(), xmp: reply.xmp });
+      return withLook.file ? new Blob([withLook.file], { type: 'image/jpeg' }) : file;
     } catch (error) {
       this.failed(error);
       return null;

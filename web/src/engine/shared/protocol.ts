@@ -1,5 +1,6 @@
 // The messages between the page and the engine Worker. Every request carries an id and gets one
 // reply with that id; pixel buffers travel as transferred ArrayBuffers.
+import type { LookReplies, LookRequest } from './look-protocol';
 
 // RGBA bytes, 4 a pixel, top row first.
 export interface RawPicture {
@@ -44,7 +45,8 @@ export type EngineRequest =
   // instead of under the list and the controls of now.
   | { type: 'flatten'; state: ViewState; look?: FlattenLook }
   | { type: 'renderFinal'; state: ViewState; mimeType: string; quality: number }
-  | { type: 'crash' };
+  | { type: 'crash' }
+  | LookRequest;
 
 export type EngineRequestType = EngineRequest['type'];
 
@@ -74,7 +76,7 @@ export interface EffectRow {
   preset: boolean;
 }
 
-export interface Replies {
+export interface Replies extends LookReplies {
   // replacedList: why the stored effect list could not be used (the built-in list took its place), or null.
   init: {
     launchCount: number;
@@ -95,8 +97,9 @@ export interface Replies {
   status: { kernelsRun: number; originalWidth: number; originalHeight: number };
   rotate: { ok: boolean };
   flatten: { ok: boolean; picture: RawPicture | null; look: FlattenLook | null };
-  // The final as an encoded file where the Worker can encode, else as pixels.
-  renderFinal: { file: Blob | null; picture: RawPicture | null };
+  // The final as an encoded file (carrying its look) where the Worker can encode, else as pixels and
+  // the XMP packet of its look.
+  renderFinal: { file: Blob | null; picture: RawPicture | null; xmp: string };
   crash: Record<string, never>;
 }
 

@@ -2,6 +2,9 @@
 // plumbing so that tests can run it on the module under node.
 import type { ZorvexEngineModule } from '@engine/zorvex_engine.mjs';
 
+import { LookRequests } from './look-requests';
+
+import { isLookRequest } from '../shared/look-protocol';
 import type {
   DefaultsSnapshot,
   EffectEdit,
@@ -24,11 +27,14 @@ export class EngineCore {
   private lastLayout = { width: -1, height: -1 };
   private defaultsDirty = false;
   private lastSeq = 0;
+  private readonly looks: LookRequests;
 
   constructor(
     readonly module: ZorvexEngineModule,
     private readonly hooks: EngineCoreHooks = {},
-  ) {}
+  ) {
+    this.looks = new LookRequests(module);
+  }
 
   // Called by the module's onDefaultsChanged.
   markDefaultsChanged(): void {
@@ -52,6 +58,7 @@ export class EngineCore {
 
   async handle(request: EngineRequest): Promise<Result<EngineRequest['type']>> {
     const m = this.module;
+    if (isLookRequest(request)) return this.looks.handle(request);
     switch (request.type) {
       case 'init': {
         const bytes = request.defaults ? new Uint8Array(request.defaults) : new Uint8Array(0);
@@ -144,9 +151,13 @@ export class EngineCore {
         this.apply(request.state);
         const picture = m._zv_render_final() === 1 ? this.takePicture() : null;
         m._zv_release_picture();
-        if (!picture) return { file: null, picture: null };
+        const xmp = this.looks.currentXmp();
+        if (!picture) return { file: null, picture: null, xmp };
         const file = this.hooks.encode ? await this.hooks.encode(picture, request.mimeType, request.quality) : null;
-        return file ? { file, picture: null } : { file: null, picture };
+        if (!file) return { file: null, picture, xmp };
+        // The saved picture carries its look, and nothing else of metadata.
+        const withLook = this.looks.embed(new Uint8Array(await file.arrayBuffer()), xmp);
+        return { file: withLook ? new Blob([withLook], { type: file.type }) : file, picture: null, xmp };
       }
       case 'crash':
         m._zv_fatal();
