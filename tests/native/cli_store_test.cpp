@@ -183,7 +183,6 @@ TEST_F(CliStore, AStoredListThatCantBeDecodedIsKeptBeforeTheBuiltInListReplacesI
   writeFile(defaults, before);
   RunResult r = zorvex("settings --defaults " + quote(defaults));
   ASSERT_EQ(r.code, 0) << r.err;
-  EXPECT_NE(r.out.find("Culdn't decode the effects plist\n"), std::string::npos) << r.out;  // as the app spells it
   EXPECT_NE(r.out.find("save-quality: half"), std::string::npos);  // the rest of the file stays
   ASSERT_EQ(lines(r.err).size(), 1u) << r.err;
   const size_t at = r.err.find("kept in ");

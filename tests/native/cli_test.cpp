@@ -104,7 +104,7 @@ TEST_F(Cli, BadInputExitsTwoForUsageAndOneForFilesAndNamesTheProblem) {
       {"render " + in + out + " --seed ' -1'", 2, "--seed must be a whole number"},
       {"render " + picture("wide.png", 400, 16) + out + " --width 20", 1, "--width 20 leaves a render of 20x0"},
       {"render " + path("absent.png") + out, 1, "absent.png: can't open it (No such file or directory)"},
-      {"render " + dir.path() + out, 1, "it is a folder, not a file"},
+      {"render " + dir.path() + out, 2, "names one file, and there are several inputs"},
       {"render /dev/zero" + out, 1, "/dev/zero: it is a device"},
       {"render " + path("huge.png") + out, 1, "more than the 1 GiB read at most"},
       {"render " + path("notes.png") + out, 1, "notes.png: not a PNG or JPEG picture"},
