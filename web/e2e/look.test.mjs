@@ -29,7 +29,7 @@ async function takeStill() {
 before(async () => {
   app = await openApp();
   page = app.page;
-  await page.locator('#alert-action').click(); // the greeting
+  await app.skipTours();
 });
 
 after(() => app?.close());
@@ -105,11 +105,15 @@ test('"Copy link" makes a link whose look is used after a question', async () =>
   await page.keyboard.press('p');
   await app.status();
   await page.goto(link);
-  await page.waitForFunction(() => document.getElementById('alert-title')?.textContent === 'USE THIS LOOK?', null, { timeout: 20000 });
-  assert.match(await page.locator('#alert-body').textContent(), /^This link carries a look: .+; blend Exclusion at 70%\. Use it on the camera\?$/);
+  await page.waitForFunction(
+    () => document.querySelector('dialog.zorvex-alert[open] .zorvex-alert-heading')?.textContent === 'USE THIS LOOK?',
+    null,
+    { timeout: 20000 },
+  );
+  assert.match(await app.panel().locator('.zorvex-alert-body').textContent(), /^This link carries a look: .+; blend Exclusion at 70%\. Use it on the camera\?$/);
   assert.doesNotMatch(await page.evaluate(() => location.href), /#look=/, 'the fragment is dropped');
   await app.shot('look-04-link-question');
-  await page.locator('#alert-action').click();
+  await app.panel().locator('.zorvex-alert-button.action').click();
   await waitForInfo('^LOOK APPLIED');
   await app.framesGoOn(2);
   assert.deepEqual(stackOf(await currentLook()), stackOf(linked));
