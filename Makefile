@@ -70,18 +70,21 @@ test-sanitize: deps $(SANITIZE)/CMakeCache.txt
 
 # The fuzz targets build with clang and the sanitizers in their own folder. Each reads outside input:
 # the JPEG decoder, the binary property-list reader, the control-file parser, the defaults file's way
-# to the effect list, and the picture files of the command line (PNG and JPEG through libpng and
-# libjpeg). tests/fuzz/corpus/TARGET holds the corpus grown by their long runs, as seeds.
-FUZZ_TARGETS := jpeg_decoder plist_reader controls_parse defaults_load image_load
+# to the effect list, the picture files of the command line (PNG and JPEG through libpng and
+# libjpeg), and looks (as text, and in a picture's XMP). tests/fuzz/corpus/TARGET holds the corpus
+# grown by their long runs, as seeds.
+FUZZ_TARGETS := jpeg_decoder plist_reader controls_parse defaults_load image_load look_read
 FUZZ_SECONDS_jpeg_decoder := 40
 FUZZ_SECONDS_plist_reader := 20
 FUZZ_SECONDS_controls_parse := 10
 FUZZ_SECONDS_defaults_load := 20
 FUZZ_SECONDS_image_load := 30
+FUZZ_SECONDS_look_read := 20
 FUZZ_SEEDS_plist_reader := plists
 FUZZ_SEEDS_defaults_load := plists
 FUZZ_SEEDS_controls_parse := controls
 FUZZ_SEEDS_image_load := pictures
+FUZZ_SEEDS_look_read := looks
 FUZZ_FLAGS := -timeout=10 -rss_limit_mb=2048 -artifact_prefix=$(FUZZ)/artifacts/
 
 $(FUZZ)/CMakeCache.txt:

@@ -8,7 +8,7 @@ packages=(
   libpng-dev libjpeg62-turbo-dev libexif-dev libpixman-1-dev
   libplist-utils
   clang libclang-rt-14-dev libturbojpeg0-dev
-  libcpp-httplib-dev chromium
+  chromium
   libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev libgif-dev ffmpeg
   groff-base
   exiv2 libimage-exiftool-perl

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "core/look/look.h"
+#include "core/look/xmp.h"
 #include "core/render/sample_picture.h"
 #include "core/stack/effects_data.h"
 #include "core/stack/plist.h"
@@ -170,11 +172,41 @@ void pictures() {
   write(".png", std::vector<uint8_t>(png.begin(), png.begin() + std::ptrdiff_t(png.size() * 2 / 3)));
 }
 
+// Looks as text (JSON and the compact form of a link) and inside a JPEG and a PNG.
+void looks() {
+  look::Look seeded;
+  seeded.stack = look::seededStack({"GRABOID", "VAN STROKE"}, 2026, BlendMode::normal, 0.75);
+  look::Look edited = seeded;
+  edited.size.quality = SaveQuality::half;
+  look::EditStep turn, flatten;
+  turn.edit = look::Edit::rotateLeft;
+  flatten.edit = look::Edit::flatten;
+  flatten.stack = look::seededStack({"2600++"}, 7, BlendMode::normal, 1.0);
+  edited.edits = {turn, flatten};
+  look::Look fixed;
+  fixed.stack.effects = {"POLYBOMB"};
+  for (size_t i = 0; i < fixed.stack.controls.size(); ++i) fixed.stack.controls[i] = double(i % 10000) / 10000;
+  for (const look::Look* l : {&seeded, &edited, &fixed}) {
+    const std::string json = look::toJson(*l), compact = look::toCompact(*l);
+    write(".json", std::vector<uint8_t>(json.begin(), json.end()));
+    write(".txt", std::vector<uint8_t>(compact.begin(), compact.end()));
+  }
+  for (const char* ext : {".jpg", ".png"}) {
+    std::vector<uint8_t> carrying;
+    std::string error;
+    if (!look::embedXmp(pictureFile(20, 16, ext), look::xmpPacket(edited), carrying, error)) {
+      std::fprintf(stderr, "error: %s\n", error.c_str());
+      std::exit(1);
+    }
+    write(ext, carrying);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr, "usage: %s plists|controls|pictures FOLDER\n", argv[0]);
+    std::fprintf(stderr, "usage: %s plists|controls|pictures|looks FOLDER\n", argv[0]);
     return 2;
   }
   const std::string kind = argv[1];
@@ -185,6 +217,8 @@ int main(int argc, char** argv) {
     controls();
   } else if (kind == "pictures") {
     pictures();
+  } else if (kind == "looks") {
+    looks();
   } else {
     std::fprintf(stderr, "unknown kind %s\n", kind.c_str());
     return 2;

@@ -155,7 +155,7 @@ async function start(): Promise<void> {
     hooks,
   });
   engine.onRestarted = () => void imageView.restore();
-  const { menu } = buildMenu({ main: vc, defaults, settings, analytics });
+  const { menu } = buildMenu({ main: vc, defaults, settings, analytics, storage });
 
   // Looks: the offer of a picked picture's look, "Copy link", the seed, and links that carry a look.
   const lookDom = new LookDom(document.getElementById('top')!, document.getElementById('main-stack')!, document.getElementById('alpha-slider') as HTMLInputElement);

@@ -5,7 +5,7 @@ import { afterEach, beforeEach, describe, expect, it, vi } from 'vitest';
 import type { Camera } from '../src/capture/camera';
 import { kCompanion } from '../src/config';
 import { setAnalyticsSink, StoredAnalytics } from '../src/platform/analytics';
-import { PageDefaults } from '../src/platform/defaults';
+import { keptBackupBytes, listKeptBackups, PageDefaults } from '../src/platform/defaults';
 import { SettingsController } from '../src/platform/settings';
 import { MemoryStorage } from '../src/platform/storage';
 import { CameraIntefaceVC, Mode, type MainScreenView } from '../src/screens/camera-inteface-vc';
@@ -218,6 +218,30 @@ describe('the settings page', () => {
     expect([analytics.events().length, ui.last.setUsageCount, ui.last.setUsageList]).toEqual([0, 0, []]);
     page.clearUsageData(); // nothing to clear: no question
     expect(asked).toHaveLength(1);
+  });
+
+  it('shows the effect lists kept when stored ones could not be read, newest first, and saves their bytes', () => {
+    const saved: { name: string; bytes: number[] }[] = [];
+    const kept = {
+      list: () => listKeptBackups(storage),
+      bytes: (key: string) => keptBackupBytes(storage, key),
+      save: (name: string, bytes: Uint8Array) => void saved.push({ name, bytes: [...bytes] }),
+    };
+    page = new SettingsVC({ view: ui.view, defaults, settings, version: { short: '0', build: '0' }, usage: analytics, kept, present: () => null });
+    page.viewWillAppear();
+    expect(ui.last.setKeptCopies).toEqual([]);
+    storage.setItem('zorvex.defaults', 'YnBsaXN0'); // "bplist", as base64
+    const first = new PageDefaults(storage).keepBackup('first')!;
+    storage.setItem('zorvex.defaults', 'not base64!');
+    const second = new PageDefaults(storage).keepBackup('second')!;
+    page.viewWillAppear();
+    const shown = ui.last.setKeptCopies as { key: string; reason: string }[];
+    expect(shown.map((c) => [c.key, c.reason])).toEqual([[second, 'second'], [first, 'first']]);
+    page.saveKeptCopy(first);
+    page.saveKeptCopy(second);
+    page.saveKeptCopy('zorvex.defaults.gone');
+    expect(saved.map((f) => f.name.startsWith('zorvex-defaults-') && f.name.endsWith('.plist'))).toEqual([true, true]);
+    expect(saved.map((f) => String.fromCharCode(...f.bytes))).toEqual(['bplist', 'not base64!']);
   });
 });
 

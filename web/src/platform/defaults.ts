@@ -29,6 +29,14 @@ export function listKeptBackups(storage: KeyValueStorage): KeptBackup[] {
   return out;
 }
 
+// The bytes kept under `key`: the property list the base64 text stood for, or the text itself when it
+// was no base64; null when the key is gone.
+export function keptBackupBytes(storage: KeyValueStorage, key: string): Uint8Array | null {
+  const text = storage.getItem(key);
+  if (text === null) return null;
+  return base64ToBytes(text) ?? new TextEncoder().encode(text);
+}
+
 function readBackupIndex(storage: KeyValueStorage): Omit<KeptBackup, 'bytes'>[] {
   try {
     const parsed: unknown = JSON.parse(storage.getItem(kBackupsStorageKey) ?? '[]');

@@ -3,7 +3,7 @@
 // drives a view and touches no DOM.
 import { kCompanion, kInstagram } from '../config';
 import type { StoredEvent } from '../platform/analytics';
-import type { PageDefaults } from '../platform/defaults';
+import type { KeptBackup, PageDefaults } from '../platform/defaults';
 import { kFrameSettingKey, kSaveSettingKey, type SettingsController } from '../platform/settings';
 import type { ZorvexAlertVC } from './alert-panel';
 import type { MenuPage } from './main-menu-vc';
@@ -20,6 +20,17 @@ export interface SettingsView {
   setUsageCount(count: number): void;
   // The events kept, newest first; null folds the list away.
   setUsageList(events: readonly StoredEvent[] | null): void;
+  // The stored effect lists that could not be read and were kept, newest first (none: no row).
+  setKeptCopies(copies: readonly KeptBackup[]): void;
+}
+
+// The stored settings that could not be read, kept on the device rather than lost; a copy can be
+// saved as a file (the same binary property list as the command line's defaults file).
+export interface KeptCopies {
+  list(): KeptBackup[];
+  // The kept bytes under `key`, or null when they are gone.
+  bytes(key: string): Uint8Array | null;
+  save(name: string, bytes: Uint8Array): void;
 }
 
 // The events kept on the device, and a way to forget them.
@@ -35,6 +46,7 @@ export interface SettingsParts {
   // The version of the app and the build's number.
   version: { short: string; build: string };
   usage: UsageData;
+  kept?: KeptCopies;
   present: typeof ZorvexAlertVC.present;
 }
 
@@ -53,6 +65,16 @@ export class SettingsVC implements MenuPage {
     view.setResetTitle(kResetTitle);
     view.setVersion(`v${version.short}.${version.build}`);
     this.showUsage();
+    view.setKeptCopies([...(this.parts.kept?.list() ?? [])].reverse());
+  }
+
+  // Saves the kept copy under `key` as a file named by the time it was kept.
+  saveKeptCopy(key: string): void {
+    const kept = this.parts.kept;
+    const entry = kept?.list().find((e) => e.key === key);
+    const bytes = kept?.bytes(key);
+    if (!kept || !entry || !bytes) return;
+    kept.save(`zorvex-defaults-${entry.time.replace(/[:.]/g, '-')}.plist`, bytes);
   }
 
   // Both switches' action: the selected segment is the stored value.

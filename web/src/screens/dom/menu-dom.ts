@@ -4,6 +4,7 @@
 import aboutPage from '../../pages/about.html?raw';
 import userGuide from 'virtual:userguide';
 import type { StoredEvent } from '../../platform/analytics';
+import type { KeptBackup } from '../../platform/defaults';
 import { kMenuSlideSeconds, kMenuTabs, type MainMenuVC, type MainMenuView, type MenuTab } from '../main-menu-vc';
 import type {
   LinksVC,
@@ -65,6 +66,12 @@ const pages: Record<MenuTab, string> = {
           </div>
         </div>
         <ol id="usage-list" class="usage-list" aria-label="Usage data, newest first" hidden></ol>
+      </div>
+      <div id="kept-copies" class="settings-group" hidden>
+        <div class="settings-row">
+          <div class="settings-label">Kept effect lists<small>A stored effect list that could not be read was kept on this device, so that nothing is lost. Save a copy to look at it or to give it to the command line.</small></div>
+        </div>
+        <ul id="kept-list" class="usage-list kept-list" aria-label="Kept effect lists, newest first"></ul>
       </div>
       <p id="version-label" class="version-label"></p>
     </div>`,
@@ -278,7 +285,34 @@ export class SettingsDom implements SettingsView {
     );
   }
 
+  setKeptCopies(copies: readonly KeptBackup[]): void {
+    element('kept-copies').hidden = copies.length === 0;
+    element('kept-list').replaceChildren(
+      ...copies.map((c) => {
+        const li = document.createElement('li');
+        const time = document.createElement('time');
+        time.dateTime = c.time;
+        const date = new Date(c.time);
+        time.textContent = Number.isNaN(date.getTime()) ? c.time : date.toLocaleString();
+        const reason = document.createElement('span');
+        reason.className = 'usage-params';
+        reason.textContent = c.reason;
+        const save = document.createElement('button');
+        save.className = 'pill';
+        save.textContent = 'Save';
+        save.dataset.key = c.key;
+        save.setAttribute('aria-label', `Save the effect list kept ${time.textContent}`);
+        li.append(time, reason, save);
+        return li;
+      }),
+    );
+  }
+
   connect(vc: SettingsVC): void {
+    element('kept-list').addEventListener('click', (event) => {
+      const key = (event.target as HTMLElement).closest<HTMLElement>('button[data-key]')?.dataset.key;
+      if (key) vc.saveKeptCopy(key);
+    });
     for (const name of ['frameQualitySwitch', 'saveQualitySwitch'] as const) {
       element(name).addEventListener('change', (event) => {
         const input = event.target as HTMLInputElement;

@@ -3,8 +3,10 @@
 // list.
 import { kMailingListPath } from '../../config';
 import type { StoredAnalytics } from '../../platform/analytics';
-import type { PageDefaults } from '../../platform/defaults';
+import { keptBackupBytes, listKeptBackups, type PageDefaults } from '../../platform/defaults';
+import { download } from '../../platform/photo-library';
 import type { SettingsController } from '../../platform/settings';
+import type { KeyValueStorage } from '../../platform/storage';
 import { kAppVersion } from '../../version';
 import { ZorvexAlertVC } from '../alert-panel';
 import { MainMenuVC, type CoveredScreen } from '../main-menu-vc';
@@ -16,6 +18,7 @@ export interface MenuSetup {
   defaults: PageDefaults;
   settings: SettingsController;
   analytics: StoredAnalytics;
+  storage: KeyValueStorage;
 }
 
 // Opens a link in a new tab that can't reach back into the app.
@@ -36,7 +39,7 @@ async function answers(url: string): Promise<boolean> {
   }
 }
 
-export function buildMenu({ main, defaults, settings, analytics }: MenuSetup): { menu: MainMenuVC; dom: MenuDom } {
+export function buildMenu({ main, defaults, settings, analytics, storage }: MenuSetup): { menu: MainMenuVC; dom: MenuDom } {
   const dom = new MenuDom();
 
   const settingsDom = new SettingsDom();
@@ -46,6 +49,11 @@ export function buildMenu({ main, defaults, settings, analytics }: MenuSetup): {
     settings,
     version: kAppVersion,
     usage: analytics,
+    kept: {
+      list: () => listKeptBackups(storage),
+      bytes: (key) => keptBackupBytes(storage, key),
+      save: (name, bytes) => download(new File([new Uint8Array(bytes)], name, { type: 'application/x-plist' })),
+    },
     present: ZorvexAlertVC.present,
   });
   settingsDom.connect(settingsVC);
