@@ -109,11 +109,17 @@ void noteJpegWarning(j_common_ptr cinfo, int level) {
   }
 }
 
+// A progressive JPEG may list any number of scans, each a pass over the whole picture: a few bytes a
+// scan could keep the decoder busy for minutes. Pictures from cameras and encoders have a few dozen at
+// most.
+constexpr int kMaxJpegScans = 500;
+
 // Everything that changes after setjmp lives behind this pointer, so that a longjmp leaves no local
 // in an unknown state.
 struct JpegRead {
   jpeg_decompress_struct cinfo;
   JpegError err;
+  jpeg_progress_mgr progress;
   std::shared_ptr<uint8_t[]> pixels;
   std::vector<uint8_t> row;
   std::string error;
@@ -151,6 +157,16 @@ void cmykToRgbx(const uint8_t* in, uint8_t* out, uint32_t w, bool inverted) {
   }
 }
 
+// Called by the decoder as it goes: stops a stream of more scans than a picture has.
+void checkScans(j_common_ptr cinfo) {
+  auto* d = reinterpret_cast<j_decompress_ptr>(cinfo);
+  if (d->input_scan_number <= kMaxJpegScans) return;
+  auto* s = static_cast<JpegRead*>(d->client_data);
+  s->error = "the JPEG data holds more than " + std::to_string(kMaxJpegScans) +
+             " scans, more than any picture needs; it is not read";
+  longjmp(s->err.jump, 1);
+}
+
 CGImageRef readJpeg(FILE* stream, std::string& error, std::string* warning, UIImageOrientation& orientation,
                     int64_t maxPixels) {
   auto s = std::make_unique<JpegRead>();
@@ -169,6 +185,9 @@ CGImageRef readJpeg(FILE* stream, std::string& error, std::string* warning, UIIm
     return nullptr;
   }
   jpeg_create_decompress(&s->cinfo);
+  s->cinfo.client_data = s.get();
+  s->progress.progress_monitor = checkScans;
+  s->cinfo.progress = &s->progress;
   jpeg_stdio_src(&s->cinfo, stream);
   jpeg_save_markers(&s->cinfo, JPEG_APP0 + 1, 0xFFFF);
   jpeg_read_header(&s->cinfo, TRUE);

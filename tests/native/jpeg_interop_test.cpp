@@ -14,6 +14,7 @@
 #include <jpeglib.h>
 
 #include "core/imaging/jpeg.h"
+#include "native/image_io.h"
 #include "core/render/sample_picture.h"
 #include "tests/core/test_pictures.h"
 
@@ -38,6 +39,7 @@ struct Options {
   int restartInterval = 0;  // in MCUs
   bool optimizeCoding = false;
   bool oneScanPerComponent = false;
+  bool progressive = false;
 };
 
 std::vector<uint8_t> libjpegEncode(const CGImageRef& image, const Options& o) {
@@ -71,6 +73,7 @@ std::vector<uint8_t> libjpegEncode(const CGImageRef& image, const Options& o) {
     c.scan_info = scans;
     c.num_scans = 3;
   }
+  if (o.progressive) jpeg_simple_progression(&c);
   jpeg_start_compress(&c, TRUE);
   std::vector<uint8_t> row(size_t(image->width()) * 3);
   while (c.next_scanline < c.image_height) {
@@ -187,6 +190,38 @@ TEST(JpegInterop, DamageEndsAtTheNextRestartMarker) {
     EXPECT_FALSE(sameRows(broken, clean, y, y + 16)) << row;
     EXPECT_TRUE(sameRows(broken, clean, y + 16, 160)) << row;
   }
+}
+
+// Our reader of picture files, on a stream in memory.
+UIImage readFromMemory(const std::vector<uint8_t>& bytes, std::string& error) {
+  FILE* stream = fmemopen(const_cast<uint8_t*>(bytes.data()), bytes.size(), "rb");
+  UIImage image = native::readImage(stream, error);
+  std::fclose(stream);
+  return image;
+}
+
+TEST(JpegInterop, AProgressiveStreamOfEndlessScansIsRefusedBeforeItDecodes) {
+  Options o;
+  o.progressive = true;
+  const std::vector<uint8_t> stream = libjpegEncode(drawSamplePicture(64, 48).CGImage, o);
+  std::string error;
+  ASSERT_TRUE(readFromMemory(stream, error)) << error;
+  // The last scan again and again: each is a pass over the picture that the decoder takes, with a
+  // warning, as more detail.
+  size_t lastScan = 0;
+  for (size_t i = 0; i + 1 < stream.size(); ++i)
+    if (stream[i] == 0xFF && stream[i + 1] == 0xDA) lastScan = i;
+  const std::vector<uint8_t> scan(stream.begin() + std::ptrdiff_t(lastScan), stream.end() - 2);
+  std::vector<uint8_t> endless(stream.begin(), stream.end() - 2);
+  for (int i = 0; i < 600; ++i) endless.insert(endless.end(), scan.begin(), scan.end());
+  endless.insert(endless.end(), {0xFF, 0xD9});
+  EXPECT_FALSE(readFromMemory(endless, error));
+  EXPECT_NE(error.find("more than 500 scans"), std::string::npos) << error;
+  // A few repeats are read, as the decoder reads them.
+  std::vector<uint8_t> few(stream.begin(), stream.end() - 2);
+  for (int i = 0; i < 3; ++i) few.insert(few.end(), scan.begin(), scan.end());
+  few.insert(few.end(), {0xFF, 0xD9});
+  EXPECT_TRUE(readFromMemory(few, error)) << error;
 }
 
 }  // namespace
