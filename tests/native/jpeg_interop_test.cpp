@@ -203,7 +203,7 @@ UIImage readFromMemory(const std::vector<uint8_t>& bytes, std::string& error) {
 TEST(JpegInterop, AProgressiveStreamOfEndlessScansIsRefusedBeforeItDecodes) {
   Options o;
   o.progressive = true;
-  const std::vector<uint8_t> stream = libjpegEncode(drawSamplePicture(64, 48).CGImage, o);
+  const std::vector<uint8_t> stream = libjpegEncode(drawSamplePicture(64, 48), o);
   std::string error;
   ASSERT_TRUE(readFromMemory(stream, error)) << error;
   // The last scan again and again: each is a pass over the picture that the decoder takes, with a
