@@ -83,6 +83,23 @@ describe('engine client', () => {
     expect(defaults.pendingWrites()).toHaveLength(1);
   });
 
+  it('a reload before the engine took a write loses nothing: the next start hands it over', async () => {
+    const storage = new MemoryStorage();
+    const first = setUp(storage);
+    await first.client.start();
+    first.workers[0]!.silent = true;
+    first.defaults.setInteger(1, '__SaveSettingKey__'); // the page goes away before any answer
+
+    const second = setUp(storage);
+    expect(second.defaults.integerForKey('__SaveSettingKey__')).toBe(1); // at once, from the page's own store
+    expect((await second.client.start()).launchCount).toBe(2);
+    await flush();
+    expect(second.workers[0]!.values['__SaveSettingKey__']).toBe(1);
+    expect(second.defaults.integerForKey('__SaveSettingKey__')).toBe(1);
+    expect(second.defaults.pendingWrites()).toHaveLength(0);
+    expect(new PageDefaults(storage).pendingWrites()).toHaveLength(0); // nothing left to hand over
+  });
+
   it('replaces a Worker that dies, fails what was under way, and hands over the defaults and unsaved writes', async () => {
     const { client, workers, defaults } = setUp();
     await client.start();

@@ -9,6 +9,9 @@ import { base64ToBytes, bytesToBase64, type KeyValueStorage } from './storage';
 export const kDefaultsStorageKey = 'zorvex.defaults';
 // The list of kept backups: JSON, an array of KeptBackup without `bytes`.
 export const kBackupsStorageKey = 'zorvex.defaults.backups';
+// The page's writes that no version from the engine includes yet, as JSON [{key, value}], so that a
+// reload in that moment loses none: the next start sends them again.
+export const kUnsavedStorageKey = 'zorvex.defaults.unsaved';
 
 // Stored defaults that could not be used, kept under a key of their own before anything replaced
 // them: `key` holds the stored text as it was (base64 of the property list), so nothing is lost.
@@ -63,7 +66,12 @@ export class PageDefaults {
   // Where a write goes after it took effect here: the engine.
   send: ((write: PendingWrite) => void) | null = null;
 
-  constructor(private readonly storage: KeyValueStorage) {}
+  constructor(private readonly storage: KeyValueStorage) {
+    for (const { key, value } of readUnsaved(storage)) {
+      this.values[key] = value;
+      this.pending.push({ seq: ++this.seq, key, value });
+    }
+  }
 
   // The stored dictionary's bytes, or null when there are none (or they are not base64, in which case
   // they are kept aside under another key and the defaults start empty).
@@ -100,7 +108,10 @@ export class PageDefaults {
   applySnapshot(snapshot: DefaultsSnapshot): void {
     this.storage.setItem(kDefaultsStorageKey, bytesToBase64(new Uint8Array(snapshot.bytes)));
     this.pending = this.pending.filter((w) => w.seq > snapshot.seq);
-    if (snapshot.seq >= this.seq) this.values = { ...snapshot.values };
+    // The engine's values, with the writes it has not taken yet on top.
+    this.values = { ...snapshot.values };
+    for (const w of this.pending) this.values[w.key] = w.value;
+    this.keepUnsaved();
   }
 
   // Writes not yet in a version from the engine, oldest first: a new engine gets them again.
@@ -144,6 +155,24 @@ export class PageDefaults {
     this.values[key] = value;
     const write = { seq: ++this.seq, key, value };
     this.pending.push(write);
+    this.keepUnsaved();
     this.send?.(write);
+  }
+
+  private keepUnsaved(): void {
+    this.storage.setItem(kUnsavedStorageKey, JSON.stringify(this.pending.map(({ key, value }) => ({ key, value }))));
+  }
+}
+
+function readUnsaved(storage: KeyValueStorage): { key: string; value: number | boolean }[] {
+  try {
+    const parsed: unknown = JSON.parse(storage.getItem(kUnsavedStorageKey) ?? '[]');
+    if (!Array.isArray(parsed)) return [];
+    return parsed.filter(
+      (e): e is { key: string; value: number | boolean } =>
+        typeof e === 'object' && e !== null && typeof e.key === 'string' && (typeof e.value === 'number' || typeof e.value === 'boolean'),
+    );
+  } catch {
+    return [];
   }
 }
