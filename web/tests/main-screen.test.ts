@@ -96,6 +96,12 @@ describe('start, modes and the frame gate', () => {
     await settle();
     expect(engine.of('setOriginal').at(-1)).toMatchObject({ correct: true, picture: { width: 40, height: 30 } });
     expect(engine.of('render').at(-1)?.skipEffects).toBe(false);
+    // A live frame that slipped past the gate leaves the photo being edited alone.
+    const originals = engine.of('setOriginal').length;
+    vc.cameraDidOutputFrame(picture(12, 9));
+    await settle();
+    expect(engine.of('setOriginal')).toHaveLength(originals);
+    expect(engine.of('render').at(-1)?.frame ?? null).toBeNull();
 
     vc.donePressed();
     expect(events).toContain('button_backToCam');

@@ -346,6 +346,9 @@ export class CameraIntefaceVC
   // ----- Camera delegate -----
 
   cameraDidOutputFrame(frame: RawPicture): void {
+    // A frame that slipped past the closing gate must not replace the photo being edited, nor its
+    // edit history.
+    if (this.mode === Mode.edit) return;
     this.effectedImageView.setOriginalFrame(frame);
     void this.renderInBackground();
   }
