@@ -1,5 +1,9 @@
 #include "core/imaging/image_utils.h"
 
+#include <cmath>
+#include <utility>
+
+#include "core/imaging/blend.h"
 #include "core/imaging/fatal.h"
 #include "core/imaging/platform.h"
 #include "core/imaging/text.h"
@@ -118,6 +122,53 @@ CGImageRef fadeImage(const CGImageRef& image, double alpha) {
   return CGBitmapContextCreateImage(out);
 }
 
+namespace {
+
+// The device pixel whose centre a point of the context's user space falls in.
+std::pair<int64_t, int64_t> devicePixel(const CGAffineTransform& ctm, CGPoint p) {
+  const CGPoint d = CGPointApplyAffineTransform(p, ctm);
+  return {int64_t(std::floor(d.x)), int64_t(std::floor(d.y))};
+}
+
+// A draw of `source` into `rect` of `c` under a whole number of quarter turns and mirrors, in which
+// every pixel of the picture lands on one pixel of the context: each is copied there, as the draw
+// would leave it over a clear context. False (nothing drawn) when the draw is not such a one.
+bool copyQuarterTurned(const CGContextRef& c, const CGRect& rect, const CGImageRef& source) {
+  const PixelView& src = source->pixels();
+  const PixelView& dst = c->pixels();
+  if (rect.size.width != src.width || rect.size.height != src.height) return false;
+  const CGAffineTransform ctm = CGContextGetCTM(c);
+  // The draw puts the picture's first row at the top of the rectangle, its largest y.
+  auto centre = [&](double col, double row) {
+    return CGPoint{rect.origin.x + col + 0.5, rect.origin.y + rect.size.height - row - 0.5};
+  };
+  // Where pixel (0, 0) goes, and the steps of one column and of one row.
+  const auto [x0, y0] = devicePixel(ctm, centre(0, 0));
+  const auto [x1, y1] = devicePixel(ctm, centre(1, 0));
+  const auto [x2, y2] = devicePixel(ctm, centre(0, 1));
+  const int64_t colX = x1 - x0, colY = y1 - y0, rowX = x2 - x0, rowY = y2 - y0;
+  const bool unitSteps = std::abs(colX) + std::abs(colY) == 1 && std::abs(rowX) + std::abs(rowY) == 1 && colX * rowX + colY * rowY == 0;
+  if (!unitSteps) return false;
+  // Every centre exactly half way between pixel edges (no sampling between pixels), and the whole
+  // picture on the context.
+  for (const CGPoint p : {centre(0, 0), centre(src.width - 1, src.height - 1)}) {
+    const CGPoint d = CGPointApplyAffineTransform(p, ctm);
+    if (std::abs(d.x - std::floor(d.x) - 0.5) > 1e-6 || std::abs(d.y - std::floor(d.y) - 0.5) > 1e-6) return false;
+  }
+  const int64_t xl = x0 + colX * (src.width - 1) + rowX * (src.height - 1);
+  const int64_t yl = y0 + colY * (src.width - 1) + rowY * (src.height - 1);
+  if (std::min(x0, xl) < 0 || std::min(y0, yl) < 0 || std::max(x0, xl) >= dst.width || std::max(y0, yl) >= dst.height) return false;
+  for (int32_t row = 0; row < src.height; ++row) {
+    const uint8_t* in = src.row(row);
+    int64_t x = x0 + rowX * row, y = y0 + rowY * row;
+    for (int32_t col = 0; col < src.width; ++col, x += colX, y += colY)
+      raster::storePixel(dst.format, dst.at(int32_t(x), int32_t(y)), raster::loadPixel(src.format, in + size_t(col) * bytesPerPixel(src.format)));
+  }
+  return true;
+}
+
+}  // namespace
+
 UIImage rotatedImage(const UIImage& image, double degrees, bool mirror) {
   if (!image) return {};
   const double rad = degrees / 180.0 * 3.141592653589793;
@@ -130,7 +181,11 @@ UIImage rotatedImage(const UIImage& image, double degrees, bool mirror) {
   CGContextTranslateCTM(c, box.width / 2, box.height / 2);
   CGContextRotateCTM(c, rad);
   CGContextScaleCTM(c, mirror ? -1.0 : 1.0, -1.0);
-  CGContextDrawImage(c, CGRectMake(-size.width / 2, -size.height / 2, size.width, size.height), image.CGImage);
+  const CGRect rect = CGRectMake(-size.width / 2, -size.height / 2, size.width, size.height);
+  // The quarter turns and mirrors of the edit tools move whole pixels: copied, not sampled.
+  const bool quarter = std::fmod(degrees, 90.0) == 0;
+  if (!(quarter && fastPathsEnabled() && copyQuarterTurned(c, rect, image.CGImage)))
+    CGContextDrawImage(c, rect, image.CGImage);
   UIImage result = UIGraphicsGetImageFromCurrentImageContext();
   UIGraphicsEndImageContext();
   return result;

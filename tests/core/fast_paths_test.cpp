@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "core/imaging/image_utils.h"
 #include "core/imaging/raster_internal.h"
 #include "tests/core/test_pictures.h"
 
@@ -185,6 +186,24 @@ TEST(FastPaths, RectangleFillsMatchTheRasterizer) {
     }
     bothWays(fast, slow, [&](const CGContextRef& c) { clear ? CGContextClearRect(c, rect) : CGContextFillRect(c, rect); });
     ASSERT_TRUE(testing::samePixels(fast, slow)) << "iteration " << iteration;
+  }
+}
+
+TEST(FastPaths, QuarterTurnsAndMirrorsCopyWhatTheDrawSamples) {
+  Random r(2026);
+  for (const auto [w, h] : {std::pair{1, 1}, {2, 3}, {5, 4}, {17, 9}, {64, 31}}) {
+    for (const PixelFormat f : kFormats) {
+      const UIImage image{CGBitmapContextCreateImage(randomContext(r, w, h, f)), UIImageOrientationUp};
+      for (const double degrees : {0.0, 90.0, -90.0, 180.0, 270.0, -180.0, 360.0, 45.0}) {
+        for (const bool mirror : {false, true}) {
+          const UIImage fast = ImageUtils::rotatedImage(image, degrees, mirror);
+          FastPathsOff off;
+          const UIImage slow = ImageUtils::rotatedImage(image, degrees, mirror);
+          ASSERT_TRUE(testing::samePixels(fast.CGImage, slow.CGImage))
+              << w << "x" << h << " format " << int(f) << " turned " << degrees << (mirror ? " mirrored" : "");
+        }
+      }
+    }
   }
 }
 

@@ -56,8 +56,10 @@ inline bool sameRGB(const CGImageRef& a, const CGImageRef& b) {
   return a && b && a->width() == b->width() && a->height() == b->height() && sameRows(a, b, 0, a->height());
 }
 
-// True when two contexts hold the same bytes in every pixel (for RGBX, the skipped byte aside).
-inline bool samePixels(const CGContextRef& a, const CGContextRef& b) {
+// True when two pictures (contexts or images) hold the same bytes in every pixel (for RGBX, the
+// skipped byte aside).
+template <class Picture>
+inline bool samePixels(const Picture& a, const Picture& b) {
   const PixelView &p = a->pixels(), &q = b->pixels();
   if (p.width != q.width || p.height != q.height || p.format != q.format) return false;
   const int bpp = bytesPerPixel(p.format);
