@@ -124,11 +124,8 @@ CGImageRef fadeImage(const CGImageRef& image, double alpha) {
 
 namespace {
 
-// The device pixel whose centre a point of the context's user space falls in.
-std::pair<int64_t, int64_t> devicePixel(const CGAffineTransform& ctm, CGPoint p) {
-  const CGPoint d = CGPointApplyAffineTransform(p, ctm);
-  return {int64_t(std::floor(d.x)), int64_t(std::floor(d.y))};
-}
+// The buffer pixel that a point of the buffer's own coordinates falls in.
+std::pair<int64_t, int64_t> bufferPixel(CGPoint d) { return {int64_t(std::floor(d.x)), int64_t(std::floor(d.y))}; }
 
 // A draw of `source` into `rect` of `c` under a whole number of quarter turns and mirrors, in which
 // every pixel of the picture lands on one pixel of the context: each is copied there, as the draw
@@ -137,22 +134,22 @@ bool copyQuarterTurned(const CGContextRef& c, const CGRect& rect, const CGImageR
   const PixelView& src = source->pixels();
   const PixelView& dst = c->pixels();
   if (rect.size.width != src.width || rect.size.height != src.height) return false;
-  const CGAffineTransform ctm = CGContextGetCTM(c);
-  // The draw puts the picture's first row at the top of the rectangle, its largest y.
-  auto centre = [&](double col, double row) {
-    return CGPoint{rect.origin.x + col + 0.5, rect.origin.y + rect.size.height - row - 0.5};
-  };
+  // The picture's pixel space (u right, v down from its top row) to the rectangle in user space, as
+  // the draw places it, and on to the buffer (rows from the top).
+  const CGAffineTransform pictureToUser{1, 0, 0, -1, rect.origin.x, rect.origin.y + rect.size.height};
+  const CGAffineTransform flip{1, 0, 0, -1, 0, double(dst.height)};
+  const CGAffineTransform t = CGAffineTransformConcat(pictureToUser, CGAffineTransformConcat(CGContextGetCTM(c), flip));
+  auto centre = [&](double col, double row) { return CGPointApplyAffineTransform(CGPoint{col + 0.5, row + 0.5}, t); };
   // Where pixel (0, 0) goes, and the steps of one column and of one row.
-  const auto [x0, y0] = devicePixel(ctm, centre(0, 0));
-  const auto [x1, y1] = devicePixel(ctm, centre(1, 0));
-  const auto [x2, y2] = devicePixel(ctm, centre(0, 1));
+  const auto [x0, y0] = bufferPixel(centre(0, 0));
+  const auto [x1, y1] = bufferPixel(centre(1, 0));
+  const auto [x2, y2] = bufferPixel(centre(0, 1));
   const int64_t colX = x1 - x0, colY = y1 - y0, rowX = x2 - x0, rowY = y2 - y0;
   const bool unitSteps = std::abs(colX) + std::abs(colY) == 1 && std::abs(rowX) + std::abs(rowY) == 1 && colX * rowX + colY * rowY == 0;
   if (!unitSteps) return false;
   // Every centre exactly half way between pixel edges (no sampling between pixels), and the whole
   // picture on the context.
-  for (const CGPoint p : {centre(0, 0), centre(src.width - 1, src.height - 1)}) {
-    const CGPoint d = CGPointApplyAffineTransform(p, ctm);
+  for (const CGPoint d : {centre(0, 0), centre(src.width - 1, src.height - 1)}) {
     if (std::abs(d.x - std::floor(d.x) - 0.5) > 1e-6 || std::abs(d.y - std::floor(d.y) - 0.5) > 1e-6) return false;
   }
   const int64_t xl = x0 + colX * (src.width - 1) + rowX * (src.height - 1);

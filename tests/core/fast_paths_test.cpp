@@ -191,7 +191,7 @@ TEST(FastPaths, RectangleFillsMatchTheRasterizer) {
 
 TEST(FastPaths, QuarterTurnsAndMirrorsCopyWhatTheDrawSamples) {
   Random r(2026);
-  for (const auto [w, h] : {std::pair{1, 1}, {2, 3}, {5, 4}, {17, 9}, {64, 31}}) {
+  for (const auto& [w, h] : {std::pair{1, 1}, {2, 3}, {5, 4}, {17, 9}, {64, 31}, {301, 1003}}) {
     for (const PixelFormat f : kFormats) {
       const UIImage image{CGBitmapContextCreateImage(randomContext(r, w, h, f)), UIImageOrientationUp};
       for (const double degrees : {0.0, 90.0, -90.0, 180.0, 270.0, -180.0, 360.0, 45.0}) {
