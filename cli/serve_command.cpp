@@ -10,9 +10,9 @@
 
 #include "cli/args.h"
 #include "cli/commands.h"
+#include "core/look/json.h"
 #include "native/http_server.h"
 #include "native/input_file.h"
-#include "native/json_check.h"
 
 namespace zorvex::cli {
 namespace {
@@ -63,8 +63,13 @@ class MessageDocument {
       error = path_ + ": " + why;
       return false;
     }
-    if (!native::isJsonObject(text, why)) {
-      error = path_ + ": " + why;
+    json::Value document;
+    if (!json::parse(text, document, why)) {
+      error = path_ + ": it is not JSON (" + why + ")";
+      return false;
+    }
+    if (document.kind != json::Value::Kind::object) {
+      error = path_ + ": it is not a JSON object ({...})";
       return false;
     }
     text_ = std::move(text);

@@ -128,24 +128,6 @@ class Parser {
     return true;
   }
 
-  static void utf8(uint32_t cp, std::string& out) {
-    if (cp < 0x80) {
-      out += char(cp);
-    } else if (cp < 0x800) {
-      out += char(0xC0 | (cp >> 6));
-      out += char(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      out += char(0xE0 | (cp >> 12));
-      out += char(0x80 | ((cp >> 6) & 0x3F));
-      out += char(0x80 | (cp & 0x3F));
-    } else {
-      out += char(0xF0 | (cp >> 18));
-      out += char(0x80 | ((cp >> 12) & 0x3F));
-      out += char(0x80 | ((cp >> 6) & 0x3F));
-      out += char(0x80 | (cp & 0x3F));
-    }
-  }
-
   bool string(std::string& out) {
     ++i_;  // the opening quote
     out.clear();
@@ -180,7 +162,7 @@ class Parser {
             if (low < 0xDC00 || low > 0xDFFF) return bad("a lone high surrogate");
             cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
           }
-          utf8(cp, out);
+          appendUtf8(cp, out);
           break;
         }
         default: return bad("an unknown escape in a string");
@@ -235,6 +217,24 @@ const Value* Value::find(std::string_view key) const {
 bool parse(std::string_view text, Value& out, std::string& error) {
   out = Value{};
   return Parser(text).document(out, error);
+}
+
+void appendUtf8(uint32_t cp, std::string& out) {
+  if (cp < 0x80) {
+    out += char(cp);
+  } else if (cp < 0x800) {
+    out += char(0xC0 | (cp >> 6));
+    out += char(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    out += char(0xE0 | (cp >> 12));
+    out += char(0x80 | ((cp >> 6) & 0x3F));
+    out += char(0x80 | (cp & 0x3F));
+  } else {
+    out += char(0xF0 | (cp >> 18));
+    out += char(0x80 | ((cp >> 12) & 0x3F));
+    out += char(0x80 | ((cp >> 6) & 0x3F));
+    out += char(0x80 | (cp & 0x3F));
+  }
 }
 
 std::string quote(std::string_view s) {

@@ -2,6 +2,7 @@
 // and files carry, and strict, since what it reads comes from outside.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,5 +36,8 @@ bool parse(std::string_view text, Value& out, std::string& error);
 
 // `s` as a JSON string literal, quotes included; UTF-8 passes through.
 std::string quote(std::string_view s);
+
+// Appends the code point `cp` (at most 0x10FFFF) to `out` in UTF-8.
+void appendUtf8(uint32_t cp, std::string& out);
 
 }  // namespace zorvex::json

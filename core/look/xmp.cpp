@@ -3,6 +3,8 @@
 #include <array>
 #include <cstring>
 
+#include "core/look/json.h"
+
 namespace zorvex::look {
 namespace {
 
@@ -23,24 +25,6 @@ std::string xmlEscape(std::string_view s) {
     }
   }
   return out;
-}
-
-void utf8(uint32_t cp, std::string& out) {
-  if (cp < 0x80) {
-    out += char(cp);
-  } else if (cp < 0x800) {
-    out += char(0xC0 | (cp >> 6));
-    out += char(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += char(0xE0 | (cp >> 12));
-    out += char(0x80 | ((cp >> 6) & 0x3F));
-    out += char(0x80 | (cp & 0x3F));
-  } else {
-    out += char(0xF0 | (cp >> 18));
-    out += char(0x80 | ((cp >> 12) & 0x3F));
-    out += char(0x80 | ((cp >> 6) & 0x3F));
-    out += char(0x80 | (cp & 0x3F));
-  }
 }
 
 // XML's five named entities and character references; false for any other '&'.
@@ -73,7 +57,7 @@ bool xmlUnescape(std::string_view s, std::string& out) {
         cp = cp * (hex ? 16 : 10) + uint32_t(d);
         if (cp > 0x10FFFF) return false;
       }
-      utf8(cp, out);
+      json::appendUtf8(cp, out);
     } else {
       return false;
     }

@@ -13,6 +13,7 @@
 #include "core/imaging/fatal.h"
 #include "core/imaging/image_utils.h"
 #include "core/imaging/platform.h"
+#include "core/look/json.h"
 #include "core/render/effected_image_view.h"
 #include "core/stack/analytics.h"
 #include "core/stack/effects_data.h"
@@ -341,7 +342,7 @@ EMSCRIPTEN_KEEPALIVE int zv_flatten_under(const char* names, uint32_t seedHigh, 
 EMSCRIPTEN_KEEPALIVE const char* zv_last_look_json() {
   const FlattenLook& look = engine().lastLook;
   std::string out = "{\"effects\":[";
-  for (size_t i = 0; i < look.effects.size(); ++i) out += (i ? "," : "") + web::jsonString(look.effects[i]);
+  for (size_t i = 0; i < look.effects.size(); ++i) out += (i ? "," : "") + json::quote(look.effects[i]);
   out += "],\"seed\":\"" + std::to_string(look.seed) + "\",\"flicker\":" + std::to_string(look.flicker) +
          ",\"half\":" + (look.half ? "true" : "false") + "}";
   return handOutText(out);
@@ -406,7 +407,7 @@ EMSCRIPTEN_KEEPALIVE const char* zv_effects_json() {
   std::string out = "[";
   for (const EffectRef& row : EffectsData::shared().effects) {
     if (out.size() > 1) out += ',';
-    out += "{\"name\":" + web::jsonString(row->name) + ",\"isActive\":" + (row->isActive ? "true" : "false") +
+    out += "{\"name\":" + json::quote(row->name) + ",\"isActive\":" + (row->isActive ? "true" : "false") +
            ",\"preset\":" + (row->isPreset() ? "true" : "false") + "}";
   }
   return handOutText(out + "]");

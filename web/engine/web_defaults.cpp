@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/imaging/platform.h"
+#include "core/look/json.h"
 
 namespace zorvex::web {
 namespace {
@@ -64,11 +65,11 @@ std::string BrowserDefaults::scalarsJson() const {
         value = std::isfinite(v.asReal()) ? buffer : "null";
         break;
       }
-      case plist::Type::string: value = jsonString(v.asString()); break;
+      case plist::Type::string: value = json::quote(v.asString()); break;
       default: continue;
     }
     if (out.size() > 1) out += ',';
-    out += jsonString(d.keys()[i]) + ":" + value;
+    out += json::quote(d.keys()[i]) + ":" + value;
   }
   return out + "}";
 }
@@ -81,33 +82,11 @@ void BrowserAnalytics::logEvent(std::string_view name, const AnalyticsParameters
     params = "{";
     for (const auto& [key, value] : *parameters) {
       if (params.size() > 1) params += ',';
-      params += jsonString(key) + ":" + jsonString(value);
+      params += json::quote(key) + ":" + json::quote(value);
     }
     params += "}";
   }
   notifyAnalyticsEvent(std::string(name).c_str(), parameters ? params.c_str() : nullptr);
-}
-
-std::string jsonString(std::string_view s) {
-  std::string out = "\"";
-  for (const unsigned char c : s) {
-    switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      default:
-        if (c < 0x20) {
-          char buffer[8];
-          std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
-          out += buffer;
-        } else {
-          out += char(c);
-        }
-    }
-  }
-  return out + "\"";
 }
 
 }  // namespace zorvex::web

@@ -35,7 +35,4 @@ class BrowserAnalytics final : public AnalyticsSink {
   void logEvent(std::string_view name, const AnalyticsParameters* parameters) override;
 };
 
-// `s` as a JSON string literal.
-std::string jsonString(std::string_view s);
-
 }  // namespace zorvex::web
