@@ -3,6 +3,7 @@
 import type { ZorvexEngineModule } from '@engine/zorvex_engine.mjs';
 
 import { LookRequests } from './look-requests';
+import { withBytes, withString } from './heap';
 
 import { isLookRequest } from '../shared/look-protocol';
 import type {
@@ -62,7 +63,7 @@ export class EngineCore {
     switch (request.type) {
       case 'init': {
         const bytes = request.defaults ? new Uint8Array(request.defaults) : new Uint8Array(0);
-        const status = this.withBytes(bytes, (ptr) => m._zv_init(ptr, bytes.length, request.scale));
+        const status = withBytes(this.module, bytes, (ptr) => m._zv_init(ptr, bytes.length, request.scale));
         const launchCount = request.countLaunch ? m._zv_count_launch() : 0;
         const kernels = m.UTF8ToString(m._zv_kernel_names()).split('\n').filter((n) => n !== '');
         this.defaultsDirty = false;
@@ -71,7 +72,7 @@ export class EngineCore {
         return { launchCount, defaults: this.snapshot(), unreadableDefaults: (status & 1) !== 0, replacedList, kernels };
       }
       case 'setDefault': {
-        this.withString(request.key, (key) => {
+        withString(this.module, request.key, (key) => {
           if (typeof request.value === 'boolean') m._zv_set_default_bool(key, request.value ? 1 : 0);
           else m._zv_set_default_integer(key, request.value);
         });
@@ -85,7 +86,7 @@ export class EngineCore {
           m._zv_clear_images();
           return { ok: true, width: 0, height: 0 };
         }
-        const status = this.withBytes(new Uint8Array(p.data), (ptr) =>
+        const status = withBytes(this.module, new Uint8Array(p.data), (ptr) =>
           m._zv_set_original(ptr, p.width, p.height, request.orientation, request.correct ? 1 : 0),
         );
         return { ok: status === 0, width: m._zv_original_width(), height: m._zv_original_height() };
@@ -94,7 +95,7 @@ export class EngineCore {
         this.apply(request.state);
         if (request.frame) {
           const f = request.frame;
-          const status = this.withBytes(new Uint8Array(f.data), (ptr) => m._zv_set_original(ptr, f.width, f.height, 0, 0));
+          const status = withBytes(this.module, new Uint8Array(f.data), (ptr) => m._zv_set_original(ptr, f.width, f.height, 0, 0));
           if (status !== 0) return { picture: this.display(request.state) };
         }
         this.openGate(request.state);
@@ -118,7 +119,7 @@ export class EngineCore {
       case 'editEffects':
         return { ok: this.edit(request.edit) === 0, rows: this.rows() };
       case 'setActiveEffects': {
-        const active = this.withString(request.names.join('\n'), (ptr) => m._zv_set_active_effects(ptr));
+        const active = withString(this.module, request.names.join('\n'), (ptr) => m._zv_set_active_effects(ptr));
         return { active };
       }
       case 'effects':
@@ -138,7 +139,7 @@ export class EngineCore {
         if (look) {
           const seed = BigInt(look.seed);
           const ok =
-            this.withString(look.effects.join('\n'), (names) =>
+            withString(this.module, look.effects.join('\n'), (names) =>
               m._zv_flatten_under(names, Number(seed >> 32n), Number(seed & 0xffffffffn), look.flicker >>> 0, look.half ? 1 : 0),
             ) === 1;
           return { ok, picture: this.display(request.state), look: ok ? look : null };
@@ -174,13 +175,13 @@ export class EngineCore {
     const m = this.module;
     switch (edit.op) {
       case 'toggle':
-        return this.withString(edit.name, (name) => m._zv_toggle_effect(edit.row, name));
+        return withString(this.module, edit.name, (name) => m._zv_toggle_effect(edit.row, name));
       case 'move':
-        return this.withString(edit.name, (name) => m._zv_move_effect(edit.from, name, edit.to));
+        return withString(this.module, edit.name, (name) => m._zv_move_effect(edit.from, name, edit.to));
       case 'remove':
-        return this.withString(edit.name, (name) => m._zv_remove_effect(edit.row, name));
+        return withString(this.module, edit.name, (name) => m._zv_remove_effect(edit.row, name));
       case 'savePreset':
-        this.withString(edit.name, (name) => m._zv_save_active_as_preset(name));
+        withString(this.module, edit.name, (name) => m._zv_save_active_as_preset(name));
         return 0;
       case 'randomize':
         return m._zv_randomize_effects();
@@ -219,26 +220,5 @@ export class EngineCore {
     const height = m._zv_picture_height();
     const ptr = m._zv_picture();
     return { width, height, data: m.HEAPU8.slice(ptr, ptr + width * height * 4).buffer };
-  }
-
-  private withBytes<T>(bytes: Uint8Array, body: (ptr: number) => T): T {
-    const ptr = this.module._malloc(Math.max(1, bytes.length));
-    try {
-      this.module.HEAPU8.set(bytes, ptr);
-      return body(ptr);
-    } finally {
-      this.module._free(ptr);
-    }
-  }
-
-  private withString<T>(text: string, body: (ptr: number) => T): T {
-    const size = this.module.lengthBytesUTF8(text) + 1;
-    const ptr = this.module._malloc(size);
-    try {
-      this.module.stringToUTF8(text, ptr, size);
-      return body(ptr);
-    } finally {
-      this.module._free(ptr);
-    }
   }
 }

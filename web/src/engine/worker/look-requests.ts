@@ -2,6 +2,7 @@
 import type { ZorvexEngineModule } from '@engine/zorvex_engine.mjs';
 
 import type { AppliedLook, LookReplies, LookRequest } from '../shared/look-protocol';
+import { withBytes, withString } from './heap';
 
 export class LookRequests {
   constructor(private readonly module: ZorvexEngineModule) {}
@@ -10,17 +11,17 @@ export class LookRequests {
     const m = this.module;
     switch (request.type) {
       case 'lookFromPicture': {
-        const status = this.withBytes(new Uint8Array(request.file), (ptr, length) => m._zv_look_from_picture(ptr, length));
+        const status = withBytes(this.module, new Uint8Array(request.file), (ptr, length) => m._zv_look_from_picture(ptr, length));
         const text = this.text();
         if (status === 0) return { status: 'look', look: text, error: null };
         return status === 1 ? { status: 'none', look: null, error: null } : { status: 'error', look: null, error: text };
       }
       case 'parseLook': {
-        const status = this.withString(request.text, (ptr) => m._zv_parse_look(ptr));
+        const status = withString(this.module, request.text, (ptr) => m._zv_parse_look(ptr));
         return status === 0 ? { look: this.text(), error: null } : { look: null, error: this.text() };
       }
       case 'applyLook': {
-        const status = this.withString(request.text, (ptr) => m._zv_apply_look(ptr, request.withEdits ? 1 : 0));
+        const status = withString(this.module, request.text, (ptr) => m._zv_apply_look(ptr, request.withEdits ? 1 : 0));
         if (status !== 0) return { applied: null, error: this.text() };
         return { applied: JSON.parse(this.text()) as AppliedLook, error: null };
       }
@@ -41,8 +42,8 @@ export class LookRequests {
   // The file with the packet as its XMP, or null.
   embed(file: Uint8Array, xmp: string): Uint8Array<ArrayBuffer> | null {
     const m = this.module;
-    return this.withString(xmp, (packet) =>
-      this.withBytes(file, (ptr, length) => {
+    return withString(this.module, xmp, (packet) =>
+      withBytes(this.module, file, (ptr, length) => {
         const out = m._zv_embed_xmp(ptr, length, packet);
         if (!out) return null;
         const bytes = m.HEAPU8.slice(out, out + m._zv_look_bytes_length());
@@ -54,26 +55,5 @@ export class LookRequests {
 
   private text(): string {
     return this.module.UTF8ToString(this.module._zv_look_text());
-  }
-
-  private withBytes<T>(bytes: Uint8Array, body: (ptr: number, length: number) => T): T {
-    const ptr = this.module._malloc(Math.max(1, bytes.length));
-    try {
-      this.module.HEAPU8.set(bytes, ptr);
-      return body(ptr, bytes.length);
-    } finally {
-      this.module._free(ptr);
-    }
-  }
-
-  private withString<T>(text: string, body: (ptr: number) => T): T {
-    const size = this.module.lengthBytesUTF8(text) + 1;
-    const ptr = this.module._malloc(size);
-    try {
-      this.module.stringToUTF8(text, ptr, size);
-      return body(ptr);
-    } finally {
-      this.module._free(ptr);
-    }
   }
 }
