@@ -236,6 +236,15 @@ export class MenuDom implements MainMenuView {
   }
 }
 
+// A moment (ISO 8601) as the reader's own date and time.
+function timeElement(iso: string): HTMLTimeElement {
+  const time = document.createElement('time');
+  time.dateTime = iso;
+  const date = new Date(iso);
+  time.textContent = Number.isNaN(date.getTime()) ? iso : date.toLocaleString();
+  return time;
+}
+
 export class SettingsDom implements SettingsView {
   setSegment(control: QualitySwitch, segment: number): void {
     const input = document.querySelector<HTMLInputElement>(`input[name="${control}"][value="${segment}"]`);
@@ -264,10 +273,7 @@ export class SettingsDom implements SettingsView {
     list.replaceChildren(
       ...(events ?? []).map((e) => {
         const li = document.createElement('li');
-        const time = document.createElement('time');
-        time.dateTime = e.time;
-        const date = new Date(e.time);
-        time.textContent = Number.isNaN(date.getTime()) ? e.time : date.toLocaleString();
+        const time = timeElement(e.time);
         const name = document.createElement('span');
         name.className = 'usage-name';
         name.textContent = e.name;
@@ -290,10 +296,7 @@ export class SettingsDom implements SettingsView {
     element('kept-list').replaceChildren(
       ...copies.map((c) => {
         const li = document.createElement('li');
-        const time = document.createElement('time');
-        time.dateTime = c.time;
-        const date = new Date(c.time);
-        time.textContent = Number.isNaN(date.getTime()) ? c.time : date.toLocaleString();
+        const time = timeElement(c.time);
         const reason = document.createElement('span');
         reason.className = 'usage-params';
         reason.textContent = c.reason;
